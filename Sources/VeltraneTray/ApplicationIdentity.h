@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+namespace Veltrane {
+
+/// The application's identity, which stands for a bundle identifier on Linux: the app has one when
+/// it runs as the installed desktop app, i.e. its desktop entry was installed beside it, and none
+/// as a bare executable in a build tree.
+namespace ApplicationIdentity {
+
+inline constexpr auto id = "net.veltrane.tray";
+
+/// `id` when "<prefix>/share/applications/<id>.desktop" exists for an executable installed in
+/// "<prefix>/bin" (`executableDirectory`), else nothing.
+std::optional<QString> detect(const QString &executableDirectory);
+
+} // namespace ApplicationIdentity
+} // namespace Veltrane

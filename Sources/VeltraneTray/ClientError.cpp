@@ -1,0 +1,26 @@
+#include "ClientError.h"
+
+#include <cstring>
+
+namespace Veltrane {
+
+QString ClientError::systemReason(int errorNumber)
+{
+    // glibc's strerror is thread-safe for every errno it knows; exchanges run on a worker thread.
+    return QString::fromLocal8Bit(std::strerror(errorNumber));
+}
+
+QString ClientError::errorDescription() const
+{
+    switch (m_kind) {
+    case Kind::ConnectFailed:
+        return u"Cannot reach the Veltrane daemon (%1)."_qs.arg(m_reason);
+    case Kind::IoFailed:
+        return u"Daemon request failed (%1)."_qs.arg(m_reason);
+    case Kind::EmptyResponse:
+        break;
+    }
+    return u"The daemon returned an empty response."_qs;
+}
+
+} // namespace Veltrane

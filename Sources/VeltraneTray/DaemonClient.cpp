@@ -1,0 +1,90 @@
+#include "DaemonClient.h"
+
+#include "DaemonSocket.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThreadPool>
+
+#include <algorithm>
+
+namespace Veltrane {
+
+namespace {
+
+QThreadPool &workQueue()
+{
+    // One thread, so exchanges run one after another in submission order. The pool is never
+    // destroyed: destroying it would wait for an exchange that may block for over a minute, and
+    // quitting must neither wait for nor cancel outstanding requests.
+    static QThreadPool *const queue = [] {
+        auto *pool = new QThreadPool;
+        pool->setObjectName(u"net.veltrane.tray.daemon-client"_qs);
+        pool->setMaxThreadCount(1);
+        pool->setExpiryTimeout(-1);
+        return pool;
+    }();
+    return *queue;
+}
+
+DaemonResult exchange(const QByteArray &socketPath, const DaemonControlRequest &request,
+                      double timeoutSeconds)
+{
+    auto connected = DaemonSocket::connect(socketPath);
+    if (auto *error = std::get_if<ClientError>(&connected))
+        return *error;
+    auto &socket = std::get<DaemonSocket>(connected);
+
+    if (auto error = socket.applyTimeout(std::max(timeoutSeconds, DaemonClient::minimumTimeoutSeconds)))
+        return *error;
+    if (auto error = socket.writeAll(DaemonProtocol::encodeRequest(request)))
+        return *error;
+    auto read = socket.readLine();
+    socket.close();
+    if (auto *error = std::get_if<ClientError>(&read))
+        return *error;
+
+    auto &line = std::get<QByteArray>(read);
+    if (line.isEmpty())
+        return ClientError::emptyResponse();
+    line.reserve(line.size() + DaemonProtocol::paddingBytes);
+    auto decoded = DaemonProtocol::decodeResponse(line);
+    if (auto *failure = std::get_if<DecodeFailure>(&decoded))
+        return ClientError::ioFailed(u"invalid response: "_qs + failure->description);
+    return std::get<DaemonControlResponse>(std::move(decoded));
+}
+
+} // namespace
+
+DaemonClient::DaemonClient(const QString &socketPath) : m_socketPath(socketPath.toUtf8()) {}
+
+void DaemonClient::send(const DaemonControlRequest &request, double timeoutSeconds,
+                        const QObject *context, Completion completion) const
+{
+    Q_ASSERT(QCoreApplication::instance());
+    workQueue().start([socketPath = m_socketPath, request, timeoutSeconds,
+                       context = QPointer<const QObject>(context),
+                       completion = std::move(completion)]() mutable {
+        DaemonResult result = exchange(socketPath, request, timeoutSeconds);
+        // Posted even for a result computed at once, so the completion never runs on the stack
+        // of send(). The context is checked on the main thread, where it lives.
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [context, completion = std::move(completion), result = std::move(result)] {
+                if (context)
+                    completion(result);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void DaemonClient::tryGetStatus(const QObject *context, StatusCompletion completion) const
+{
+    send({u"get_status"_qs}, statusTimeoutSeconds, context,
+         [completion = std::move(completion)](const DaemonResult &result) {
+             const auto *response = std::get_if<DaemonControlResponse>(&result);
+             completion(response && response->succeeded() ? response->status : std::nullopt);
+         });
+}
+
+} // namespace Veltrane

@@ -1,0 +1,209 @@
+#include "DaemonProtocol.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <simdjson.h>
+
+#include <string_view>
+
+namespace Veltrane {
+
+QString ConnectableDeviceSnapshot::displayName() const
+{
+    if (computerName && !computerName->isEmpty())
+        return *computerName;
+    if (hostName && !hostName->isEmpty())
+        return *hostName;
+    return fqdn.value_or(QString());
+}
+
+namespace DaemonProtocol {
+
+const qsizetype paddingBytes = simdjson::SIMDJSON_PADDING;
+
+QByteArray encodeRequest(const DaemonControlRequest &request)
+{
+    QByteArray bytes =
+        QJsonDocument(QJsonObject{{u"command"_qs, request.command}}).toJson(QJsonDocument::Compact);
+    bytes.append('\n');
+    return bytes;
+}
+
+namespace {
+
+using simdjson::dom::element;
+using simdjson::dom::element_type;
+
+QString jsonTypeName(element_type type)
+{
+    switch (type) {
+    case element_type::ARRAY:
+        return u"an array"_qs;
+    case element_type::OBJECT:
+        return u"an object"_qs;
+    case element_type::INT64:
+    case element_type::UINT64:
+    case element_type::DOUBLE:
+        return u"a number"_qs;
+    case element_type::STRING:
+        return u"a string"_qs;
+    case element_type::BOOL:
+        return u"a boolean"_qs;
+    case element_type::NULL_VALUE:
+        return u"null"_qs;
+    }
+    return u"an unknown value"_qs;
+}
+
+// Walks a parsed document into the records. Each read returns false on a type mismatch; the
+// callers on the way back up add their key or index, so the path of the offending value costs
+// nothing unless a reply is rejected.
+class RecordReader
+{
+public:
+    bool read(element value, std::optional<QString> &out)
+    {
+        if (value.is_null())
+            return true;
+        std::string_view text;
+        if (value.get(text) != simdjson::SUCCESS)
+            return mismatch("a string", value);
+        out = QString::fromUtf8(text.data(), qsizetype(text.size()));
+        return true;
+    }
+
+    bool read(element value, std::optional<bool> &out)
+    {
+        if (value.is_null())
+            return true;
+        bool flag = false;
+        if (value.get(flag) != simdjson::SUCCESS)
+            return mismatch("a boolean", value);
+        out = flag;
+        return true;
+    }
+
+    bool read(element value, std::optional<double> &out)
+    {
+        if (value.is_null())
+            return true;
+        double number = 0;
+        // get_double() converts integers of either sign as well as fractions.
+        if (!value.is_number() || value.get(number) != simdjson::SUCCESS)
+            return mismatch("a number", value);
+        out = number;
+        return true;
+    }
+
+    template <class Record>
+    bool read(element value, std::optional<Record> &out)
+    {
+        if (value.is_null())
+            return true;
+        Record record;
+        if (!readRecord(value, record))
+            return false;
+        out = std::move(record);
+        return true;
+    }
+
+    template <class Record>
+    bool read(element value, std::optional<QList<Record>> &out)
+    {
+        if (value.is_null())
+            return true;
+        simdjson::dom::array array;
+        if (value.get(array) != simdjson::SUCCESS)
+            return mismatch("an array", value);
+        QList<Record> records;
+        records.reserve(qsizetype(array.size()));
+        qsizetype index = 0;
+        for (element item : array) {
+            // Only the array itself may be null; a null element is a malformed record.
+            if (!readRecord(item, records.emplace_back()))
+                return failedAt(u'[' + QString::number(index) + u']');
+            ++index;
+        }
+        out = std::move(records);
+        return true;
+    }
+
+    template <class Record>
+    bool readRecord(element value, Record &record)
+    {
+        simdjson::dom::object object;
+        if (value.get(object) != simdjson::SUCCESS)
+            return mismatch("an object", value);
+        for (const auto &[key, member] : object) {
+            bool ok = true;
+            forEachField(record, [&](std::string_view name, auto &field) {
+                if (ok && name == key && !read(member, field))
+                    ok = failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
+            });
+            if (!ok)
+                return false;
+        }
+        return true;
+    }
+
+    QString failureDescription() const
+    {
+        QString path;
+        for (auto it = m_pathReversed.crbegin(); it != m_pathReversed.crend(); ++it)
+            path += *it;
+        if (path.startsWith(u'.'))
+            path.remove(0, 1);
+        return u"expected %1 at %2, found %3"_qs.arg(m_expected, path, m_found);
+    }
+
+private:
+    bool mismatch(const char *expected, element found)
+    {
+        m_expected = QString::fromLatin1(expected);
+        m_found = jsonTypeName(found.type());
+        return false;
+    }
+
+    bool failedAt(const QString &component)
+    {
+        m_pathReversed.push_back(component);
+        return false;
+    }
+
+    QString m_expected;
+    QString m_found;
+    QStringList m_pathReversed;
+};
+
+simdjson::dom::parser &threadParser()
+{
+    // One parser per thread keeps its buffers between replies; in the app only the client's worker
+    // decodes, so this is a single parser sized to the largest reply seen.
+    thread_local simdjson::dom::parser parser;
+    return parser;
+}
+
+} // namespace
+
+std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArray &line)
+{
+    // With enough spare capacity behind the bytes the parser reads in place; otherwise it copies.
+    const bool padded = line.capacity() - line.size() >= paddingBytes;
+    auto parsed = threadParser().parse(line.constData(), size_t(line.size()), !padded);
+    element root;
+    if (const auto error = std::move(parsed).get(root); error != simdjson::SUCCESS)
+        return DecodeFailure{QString::fromUtf8(simdjson::error_message(error))};
+    if (!root.is_object())
+        return DecodeFailure{
+            u"expected an object at the top level, found %1"_qs.arg(jsonTypeName(root.type()))};
+
+    RecordReader reader;
+    DaemonControlResponse response;
+    if (!reader.readRecord(root, response))
+        return DecodeFailure{reader.failureDescription()};
+    return response;
+}
+
+} // namespace DaemonProtocol
+} // namespace Veltrane

@@ -1,0 +1,131 @@
+#include "DaemonSocket.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace Veltrane {
+
+namespace {
+
+// A daemon that closes before reading the request must not kill the app with SIGPIPE. Linux
+// suppresses it per write; Darwin has no such flag and takes a socket option instead.
+#ifdef MSG_NOSIGNAL
+constexpr int noSignalFlag = MSG_NOSIGNAL;
+#else
+constexpr int noSignalFlag = 0;
+#endif
+
+void suppressBrokenPipeSignal([[maybe_unused]] int descriptor)
+{
+#ifdef SO_NOSIGPIPE
+    const int on = 1;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#endif
+}
+
+QString lastReason() { return ClientError::systemReason(errno); }
+
+} // namespace
+
+std::variant<DaemonSocket, ClientError> DaemonSocket::connect(const QByteArray &path)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        return ClientError::connectFailed(lastReason());
+    DaemonSocket socket(descriptor);
+    suppressBrokenPipeSignal(descriptor);
+
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    static_assert(sizeof address.sun_path >= maximumPathBytes);
+    if (path.size() + 1 > maximumPathBytes)
+        return ClientError::connectFailed(u"socket path too long"_qs);
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()) + 1);
+
+    if (::connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        return ClientError::connectFailed(lastReason());
+    return socket;
+}
+
+DaemonSocket::DaemonSocket(DaemonSocket &&other) noexcept
+    : m_descriptor(std::exchange(other.m_descriptor, -1))
+{
+}
+
+DaemonSocket &DaemonSocket::operator=(DaemonSocket &&other) noexcept
+{
+    if (this != &other) {
+        close();
+        m_descriptor = std::exchange(other.m_descriptor, -1);
+    }
+    return *this;
+}
+
+DaemonSocket::~DaemonSocket() { close(); }
+
+void DaemonSocket::close()
+{
+    if (m_descriptor >= 0)
+        ::close(std::exchange(m_descriptor, -1));
+}
+
+timeval DaemonSocket::timevalFor(double seconds)
+{
+    timeval limit{};
+    limit.tv_sec = static_cast<time_t>(std::trunc(seconds));
+    limit.tv_usec = static_cast<suseconds_t>((seconds - std::floor(seconds)) * 1'000'000);
+    return limit;
+}
+
+std::optional<ClientError> DaemonSocket::applyTimeout(double seconds)
+{
+    const timeval limit = timevalFor(seconds);
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        if (::setsockopt(m_descriptor, SOL_SOCKET, option, &limit, sizeof limit) != 0)
+            return ClientError::ioFailed(u"setsockopt: "_qs + lastReason());
+    }
+    return std::nullopt;
+}
+
+std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
+{
+    qsizetype offset = 0;
+    while (offset < bytes.size()) {
+        const ssize_t written = ::send(m_descriptor, bytes.constData() + offset,
+                                       size_t(bytes.size() - offset), noSignalFlag);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return ClientError::ioFailed(u"write: "_qs + lastReason());
+        offset += written;
+    }
+    return std::nullopt;
+}
+
+std::variant<QByteArray, ClientError> DaemonSocket::readLine()
+{
+    QByteArray gathered;
+    char buffer[readChunkBytes];
+    qsizetype lineEnd = -1;
+    while (lineEnd < 0 && gathered.size() < replyCapBytes) {
+        const ssize_t count = ::read(m_descriptor, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return ClientError::ioFailed(u"read: "_qs + lastReason());
+        if (count == 0)
+            break;
+        if (const void *feed = std::memchr(buffer, '\n', size_t(count)))
+            lineEnd = gathered.size() + (static_cast<const char *>(feed) - buffer);
+        gathered.append(buffer, count);
+    }
+    if (lineEnd >= 0)
+        gathered.truncate(lineEnd);
+    return gathered;
+}
+
+} // namespace Veltrane

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "ClientError.h"
+
+#include <QByteArray>
+
+#include <optional>
+#include <sys/time.h>
+#include <variant>
+
+namespace Veltrane {
+
+/// One connection to the daemon's Unix-domain control socket, open from a successful connect()
+/// until it is closed or destroyed; the descriptor is closed exactly once on every path.
+/// Every call blocks: use it only on the daemon client's worker.
+class DaemonSocket
+{
+public:
+    /// The longest socket path accepted, counting its terminating NUL.
+    static constexpr qsizetype maximumPathBytes = 104;
+    /// A reply is read until its first line feed, the daemon's close, or this many bytes.
+    static constexpr qsizetype replyCapBytes = 4 * 1024 * 1024;
+    static constexpr qsizetype readChunkBytes = 8192;
+
+    static std::variant<DaemonSocket, ClientError> connect(const QByteArray &path);
+
+    DaemonSocket(DaemonSocket &&other) noexcept;
+    DaemonSocket &operator=(DaemonSocket &&other) noexcept;
+    DaemonSocket(const DaemonSocket &) = delete;
+    DaemonSocket &operator=(const DaemonSocket &) = delete;
+    ~DaemonSocket();
+
+    /// Limits each blocking read and write to `seconds`: the receive limit first, then the send
+    /// limit. A failure leaves the send limit untouched.
+    std::optional<ClientError> applyTimeout(double seconds);
+    /// Writes every byte, continuing short writes. A closed peer is an error, never a signal.
+    std::optional<ClientError> writeAll(const QByteArray &bytes);
+    /// The bytes before the first line feed; everything received if the daemon closes first
+    /// (possibly nothing). Stops reading once replyCapBytes have been gathered.
+    std::variant<QByteArray, ClientError> readLine();
+    void close();
+
+    int descriptor() const { return m_descriptor; }
+
+    /// The time limit as the socket options take it: whole seconds and the truncated remainder.
+    static timeval timevalFor(double seconds);
+
+private:
+    explicit DaemonSocket(int descriptor) : m_descriptor(descriptor) {}
+
+    int m_descriptor = -1;
+};
+
+} // namespace Veltrane

@@ -1,0 +1,96 @@
+#include "FreedesktopNotificationCenter.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+
+namespace Veltrane {
+
+namespace {
+
+const QString service = u"org.freedesktop.Notifications"_qs;
+const QString path = u"/org/freedesktop/Notifications"_qs;
+
+QDBusPendingCallWatcher *callAsync(const QDBusConnection &bus, const QString &method,
+                                   const QVariantList &arguments, QObject *parent)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(service, path, service, method);
+    call.setArguments(arguments);
+    return new QDBusPendingCallWatcher(bus.asyncCall(call), parent);
+}
+
+} // namespace
+
+std::unique_ptr<NotificationCenter> NotificationCenter::createPlatformCenter(const QString &applicationId)
+{
+    return std::make_unique<FreedesktopNotificationCenter>(QDBusConnection::sessionBus(), applicationId);
+}
+
+FreedesktopNotificationCenter::FreedesktopNotificationCenter(const QDBusConnection &bus,
+                                                             const QString &desktopEntry,
+                                                             QObject *parent)
+    : QObject(parent)
+    , m_bus(bus)
+    , m_desktopEntry(desktopEntry)
+{
+}
+
+void FreedesktopNotificationCenter::requestAuthorization() { queryCapabilities(); }
+
+void FreedesktopNotificationCenter::add(const NotificationRequest &request, DeliveryHandler delivered)
+{
+    if (m_bodyMarkup.has_value()) {
+        deliver(request, std::move(delivered));
+        return;
+    }
+    m_waiting.push_back({request, std::move(delivered)});
+    queryCapabilities();
+}
+
+void FreedesktopNotificationCenter::queryCapabilities()
+{
+    if (m_bodyMarkup.has_value() || m_queryInFlight)
+        return;
+    m_queryInFlight = true;
+    auto *watcher = callAsync(m_bus, u"GetCapabilities"_qs, {}, this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
+        call->deleteLater();
+        m_queryInFlight = false;
+        const QDBusPendingReply<QStringList> reply = *call;
+        // A failed query leaves the answer unknown, so the next notice asks again; notices that
+        // waited go out as plain text and report the server's own error if it is still away.
+        if (!reply.isError())
+            m_bodyMarkup = reply.value().contains(u"body-markup"_qs);
+        for (Waiting &waiting : std::exchange(m_waiting, {}))
+            deliver(waiting.request, std::move(waiting.delivered));
+    });
+}
+
+void FreedesktopNotificationCenter::deliver(const NotificationRequest &request, DeliveryHandler delivered)
+{
+    const QString body = m_bodyMarkup.value_or(false) ? request.body.toHtmlEscaped() : request.body;
+    QVariantMap hints{{u"x-veltrane-id"_qs, request.identifier}};
+    if (!m_desktopEntry.isEmpty())
+        hints.insert(u"desktop-entry"_qs, m_desktopEntry);
+    const QVariantList arguments{
+        u"Veltrane"_qs,  // app_name
+        0u,              // replaces_id: always a new notice
+        QString(),       // app_icon: servers take it from the desktop entry
+        request.title,   // summary, never markup
+        body,            //
+        QStringList(),   // actions
+        hints,           //
+        -1,              // expire_timeout: the server's default
+    };
+    auto *watcher = callAsync(m_bus, u"Notify"_qs, arguments, this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [delivered = std::move(delivered)](QDBusPendingCallWatcher *call) {
+                call->deleteLater();
+                if (call->isError())
+                    delivered(call->error().message());
+                else
+                    delivered(std::nullopt);
+            });
+}
+
+} // namespace Veltrane

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace Veltrane {
+
+/// One notice, shown at once.
+struct NotificationRequest {
+    QString identifier; ///< a fresh upper-case UUID per notice
+    QString title;
+    QString body;
+};
+
+/// The platform's notification service, as Notify uses it.
+class NotificationCenter
+{
+public:
+    /// Called with the failure's description when the service refused a notice, or with nothing
+    /// once it took it. May run on any thread.
+    using DeliveryHandler = std::function<void(const std::optional<QString> &error)>;
+
+    virtual ~NotificationCenter() = default;
+
+    /// Asks the service, once per run, for leave to show alerts. Nobody waits for the answer.
+    virtual void requestAuthorization() = 0;
+    /// Hands a notice to the service; returns at once.
+    virtual void add(const NotificationRequest &request, DeliveryHandler delivered) = 0;
+
+    /// The service of the platform this build is for.
+    static std::unique_ptr<NotificationCenter> createPlatformCenter(const QString &applicationId);
+};
+
+} // namespace Veltrane

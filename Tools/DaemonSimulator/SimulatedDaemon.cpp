@@ -1,0 +1,186 @@
+#include "SimulatedDaemon.h"
+
+#include "PeerGenerator.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+
+namespace Veltrane::Simulator {
+
+namespace {
+
+const QString networkId = u"net-7f3a9c21"_qs;
+const QString networkName = u"Acme Engineering"_qs;
+const QString userEmail = u"maria.lopez@acme.example"_qs;
+
+QJsonValue toJsonValue(const QString &text) { return text; }
+QJsonValue toJsonValue(bool flag) { return flag; }
+QJsonValue toJsonValue(double number) { return number; }
+
+template <class Record>
+QJsonValue toJsonValue(const QList<Record> &records)
+{
+    QJsonArray array;
+    for (const Record &record : records)
+        array.append(toJson(record));
+    return array;
+}
+
+template <class Record>
+QJsonValue toJsonValue(const Record &record)
+{
+    return toJson(record);
+}
+
+SimulatedDaemon::Clock::duration delayOf(double seconds)
+{
+    return std::chrono::duration_cast<SimulatedDaemon::Clock::duration>(
+        std::chrono::duration<double>(seconds));
+}
+
+QJsonObject refusal(const QString &code, const QString &error)
+{
+    return {{u"success"_qs, false}, {u"code"_qs, code}, {u"error"_qs, error}};
+}
+
+QJsonObject success(const QString &code, const QString &message = {})
+{
+    QJsonObject reply{{u"success"_qs, true}, {u"code"_qs, code}};
+    if (!message.isEmpty())
+        reply.insert(u"message"_qs, message);
+    return reply;
+}
+
+} // namespace
+
+template <class Record>
+QJsonObject toJson(const Record &record)
+{
+    QJsonObject object;
+    forEachField(record, [&](std::string_view key, const auto &field) {
+        if (field)
+            object.insert(QLatin1StringView(key.data(), qsizetype(key.size())), toJsonValue(*field));
+    });
+    return object;
+}
+
+template QJsonObject toJson(const DaemonControlResponse &);
+template QJsonObject toJson(const DaemonStatusSnapshot &);
+template QJsonObject toJson(const ConnectableDeviceSnapshot &);
+
+SimulatedDaemon::SimulatedDaemon(const Options &options)
+    : m_options(options)
+    , m_session(options.session)
+    , m_wantRunning(options.wantRunning)
+    , m_connectedAt(Clock::now())
+    , m_peers(toJsonValue(generatePeers(options.peerCount, options.seed, networkId, networkName)).toArray())
+{
+}
+
+QByteArray SimulatedDaemon::reply(const QByteArray &requestLine)
+{
+    std::lock_guard lock(m_mutex);
+    advanceClock();
+
+    QJsonParseError parseError;
+    const QJsonDocument request = QJsonDocument::fromJson(requestLine, &parseError);
+    QJsonObject answer;
+    if (!request.isObject() || !request[u"command"_qs].isString())
+        answer = refusal(u"bad_request"_qs, u"The request is not a command object."_qs);
+    else
+        answer = handle(request[u"command"_qs].toString());
+    return QJsonDocument(answer).toJson(QJsonDocument::Compact);
+}
+
+QJsonObject SimulatedDaemon::handle(const QString &command)
+{
+    const auto now = Clock::now();
+    if (command == u"get_status")
+        return QJsonObject{{u"success"_qs, true}, {u"code"_qs, u"ok"_qs}, {u"status"_qs, statusObject()}};
+    if (command == u"start") {
+        if (!m_wantRunning)
+            m_connectedAt = now + delayOf(m_options.connectDelaySeconds);
+        m_wantRunning = true;
+        return success(u"started"_qs);
+    }
+    if (command == u"stop") {
+        m_wantRunning = false;
+        return success(u"stopped"_qs);
+    }
+    if (command == u"login_via_link") {
+        if (m_session == Session::Active)
+            return refusal(u"already_logged_in"_qs, u"Already signed in as %1."_qs.arg(userEmail));
+        m_session = Session::LinkIssued;
+        m_loginCompletesAt = m_options.loginDelaySeconds < 0
+            ? Clock::time_point::max()
+            : now + delayOf(m_options.loginDelaySeconds);
+        const QString code = u"VLT-%1"_qs.arg(4096 + ++m_loginCount * 7919, 4, 16).toUpper();
+        QJsonObject reply = success(u"login_started"_qs, u"Open the link to sign in."_qs);
+        reply.insert(u"login"_qs, QJsonObject{
+            {u"loginUrl"_qs, u"https://login.veltrane.example/a/%1"_qs.arg(code)},
+            {u"loginCode"_qs, code},
+        });
+        return reply;
+    }
+    if (command == u"logout") {
+        if (m_session != Session::Active)
+            return refusal(u"not_logged_in"_qs, u"Not signed in."_qs);
+        m_session = Session::SignedOut;
+        return success(u"logged_out"_qs, u"Signed out of %1."_qs.arg(userEmail));
+    }
+    return refusal(u"unknown_command"_qs, u"Unknown command \u201c%1\u201d."_qs.arg(command));
+}
+
+void SimulatedDaemon::advanceClock()
+{
+    const auto now = Clock::now();
+    if (m_session == Session::LinkIssued && now >= m_loginCompletesAt) {
+        m_session = Session::Active;
+        m_connectedAt = now + delayOf(m_options.connectDelaySeconds);
+    }
+}
+
+void SimulatedDaemon::approveLogin()
+{
+    std::lock_guard lock(m_mutex);
+    if (m_session == Session::LinkIssued)
+        m_loginCompletesAt = Clock::now();
+    advanceClock();
+}
+
+QString SimulatedDaemon::membershipState()
+{
+    if (m_session != Session::Active)
+        return u"awaiting_login"_qs;
+    if (Clock::now() < m_connectedAt)
+        return u"nodemap_stream_opening"_qs;
+    return m_options.noNetwork ? u"no_active_memberships"_qs : u"membership_active"_qs;
+}
+
+QJsonObject SimulatedDaemon::statusObject()
+{
+    DaemonStatusSnapshot status;
+    status.clientId = u"c5e1d2f3a4b5c6d7"_qs;
+    status.wantRunning = m_wantRunning;
+    status.membershipState = membershipState();
+    if (m_session != Session::Active)
+        return toJson(status);
+
+    const bool up = m_wantRunning && status.membershipState == u"membership_active";
+    status.networkId = networkId;
+    status.userEmail = userEmail;
+    status.isTagged = m_options.isTagged;
+    if (m_options.isTagged)
+        status.ownerTag = u"tag:build-fleet"_qs;
+    status.isDataPlaneActive = up;
+    if (!up)
+        return toJson(status);
+    status.assignedIp = u"100.64.0.1"_qs;
+    status.selfFqdn = u"maria-workstation.acme-engineering.veltrane.net"_qs;
+    QJsonObject object = toJson(status);
+    object.insert(u"connectableDevices"_qs, m_peers);
+    return object;
+}
+
+} // namespace Veltrane::Simulator

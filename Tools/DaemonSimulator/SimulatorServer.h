@@ -1,0 +1,85 @@
+#pragma once
+
+#include "SimulatedDaemon.h"
+
+#include <QString>
+
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <thread>
+
+namespace Veltrane::Simulator {
+
+/// Ways the simulated daemon can misbehave, for tests of every failure path.
+enum class Fault {
+    None,
+    Silent,             ///< reads the request, never answers, waits for the client to give up
+    SlowReply,          ///< answers in small pieces with pauses between them
+    CloseBeforeRead,    ///< closes each connection as soon as it is accepted
+    CloseMidLine,       ///< sends the first half of the reply line, then closes
+    Empty,              ///< reads the request, then closes without a byte
+    Garbage,            ///< answers a line that is not JSON
+    WrongTypes,         ///< answers valid JSON with one value of the wrong type
+    EndlessStream,      ///< answers bytes without a line feed until the client closes
+    TrailingBytes,      ///< answers the line followed by more bytes in the same write
+    Refuse,             ///< answers success false with an error text
+    RefuseWithoutError, ///< answers success false and nothing else
+};
+
+std::optional<Fault> faultFromName(const QString &name);
+QStringList faultNames();
+
+/// Serves a SimulatedDaemon on a Unix-domain socket, one thread per connection.
+class SimulatorServer
+{
+public:
+    explicit SimulatorServer(SimulatedDaemon &daemon);
+    ~SimulatorServer();
+    SimulatorServer(const SimulatorServer &) = delete;
+    SimulatorServer &operator=(const SimulatorServer &) = delete;
+
+    /// Listens at `path`, replacing a stale socket file. Returns the reason on failure.
+    std::optional<QString> listen(const QString &path);
+    /// Stops accepting, ends every open connection and waits for their threads.
+    void stop();
+
+    /// Misbehaves in the given way from now on, for requests of `command` only, or for every
+    /// request when `command` is empty. CloseBeforeRead acts before a command is known, so it
+    /// always applies to every connection.
+    void setFault(Fault fault, const QString &command = {});
+    int connectionsAccepted() const { return m_accepted; }
+    /// Every request line received so far, as it arrived, without its line feed.
+    QList<QByteArray> requestsReceived() const;
+
+private:
+    void acceptLoop();
+    void serve(int connection);
+    /// Records the request and returns the fault that applies to it.
+    Fault activeFault(const QByteArray &request);
+    void reapFinishedWorkers();
+
+    struct Worker {
+        std::thread thread;
+        std::shared_ptr<std::atomic<bool>> finished;
+    };
+
+    SimulatedDaemon &m_daemon;
+    QByteArray m_path;
+    int m_listener = -1;
+    int m_wakePipe[2] = {-1, -1};
+    std::thread m_acceptThread;
+    std::atomic<bool> m_stopping = false;
+    std::atomic<int> m_accepted = 0;
+
+    mutable std::mutex m_mutex; // guards everything below
+    Fault m_fault = Fault::None;
+    QString m_faultCommand;
+    std::list<Worker> m_workers;
+    std::set<int> m_openConnections;
+    QList<QByteArray> m_requests;
+};
+
+} // namespace Veltrane::Simulator
