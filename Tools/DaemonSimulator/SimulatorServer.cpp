@@ -31,6 +31,7 @@ constexpr std::array faultTable{
     std::pair{Fault::TrailingBytes, u"trailing-bytes"},
     std::pair{Fault::Refuse, u"refuse"},
     std::pair{Fault::RefuseWithoutError, u"refuse-without-error"},
+    std::pair{Fault::Scripted, u"scripted"},
 };
 
 constexpr auto pollSlice = 100; // ms between looks at the stop flag
@@ -62,7 +63,7 @@ QByteArray withWrongType(const QByteArray &reply)
     } else {
         QJsonObject last = devices.last().toObject();
         last[u"online"_qs] = u"true"_qs;
-        devices.last() = last;
+        devices.replace(devices.size() - 1, last);
         status[u"connectableDevices"_qs] = devices;
         object[u"status"_qs] = status;
     }
@@ -150,6 +151,12 @@ void SimulatorServer::setFault(Fault fault, const QString &command)
     std::lock_guard lock(m_mutex);
     m_fault = fault;
     m_faultCommand = command;
+}
+
+void SimulatorServer::setScriptedReply(const QByteArray &bytes)
+{
+    std::lock_guard lock(m_mutex);
+    m_scriptedReply = bytes;
 }
 
 Fault SimulatorServer::activeFault(const QByteArray &request)
@@ -264,6 +271,13 @@ void SimulatorServer::serve(int connection)
     case Fault::RefuseWithoutError:
         sendAll(connection, "{\"success\":false}\n");
         return;
+    case Fault::Scripted: {
+        std::unique_lock lock(m_mutex);
+        const QByteArray scripted = m_scriptedReply;
+        lock.unlock();
+        sendAll(connection, scripted);
+        return;
+    }
     default:
         break;
     }
@@ -271,11 +285,13 @@ void SimulatorServer::serve(int connection)
     const QByteArray reply = m_daemon.reply(request);
     switch (fault) {
     case Fault::SlowReply: {
+        // Eight pieces with pauses, so the client must gather across many reads.
         const QByteArray line = reply + '\n';
-        for (qsizetype offset = 0; offset < line.size() && !m_stopping; offset += 7) {
-            if (!sendAll(connection, line.mid(offset, 7)))
+        const qsizetype piece = std::max<qsizetype>(1, line.size() / 8);
+        for (qsizetype offset = 0; offset < line.size() && !m_stopping; offset += piece) {
+            if (!sendAll(connection, line.mid(offset, piece)))
                 return;
-            std::this_thread::sleep_for(30ms);
+            std::this_thread::sleep_for(40ms);
         }
         return;
     }

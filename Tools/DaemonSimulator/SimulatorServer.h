@@ -27,6 +27,7 @@ enum class Fault {
     TrailingBytes,      ///< answers the line followed by more bytes in the same write
     Refuse,             ///< answers success false with an error text
     RefuseWithoutError, ///< answers success false and nothing else
+    Scripted,           ///< answers exactly the bytes given to setScriptedReply(), then closes
 };
 
 std::optional<Fault> faultFromName(const QString &name);
@@ -50,6 +51,8 @@ public:
     /// request when `command` is empty. CloseBeforeRead acts before a command is known, so it
     /// always applies to every connection.
     void setFault(Fault fault, const QString &command = {});
+    /// The bytes that Fault::Scripted sends, line feed included or not.
+    void setScriptedReply(const QByteArray &bytes);
     int connectionsAccepted() const { return m_accepted; }
     /// Every request line received so far, as it arrived, without its line feed.
     QList<QByteArray> requestsReceived() const;
@@ -77,6 +80,7 @@ private:
     mutable std::mutex m_mutex; // guards everything below
     Fault m_fault = Fault::None;
     QString m_faultCommand;
+    QByteArray m_scriptedReply;
     std::list<Worker> m_workers;
     std::set<int> m_openConnections;
     QList<QByteArray> m_requests;

@@ -1,0 +1,101 @@
+#include "TrayState.h"
+
+#include <QTest>
+
+using namespace Veltrane;
+
+Q_DECLARE_METATYPE(std::optional<DaemonStatusSnapshot>)
+Q_DECLARE_METATYPE(TrayState)
+Q_DECLARE_METATYPE(SrgbColor)
+
+namespace {
+
+std::optional<DaemonStatusSnapshot> snapshot(std::optional<bool> wantRunning,
+                                             std::optional<QString> membershipState)
+{
+    DaemonStatusSnapshot status;
+    status.wantRunning = wantRunning;
+    status.membershipState = membershipState;
+    return status;
+}
+
+} // namespace
+
+class TestTrayState : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void derivesStateFromSnapshot_data()
+    {
+        QTest::addColumn<std::optional<DaemonStatusSnapshot>>("snapshot");
+        QTest::addColumn<TrayState>("expected");
+        const std::optional<bool> absent;
+        const auto active = std::optional(u"membership_active"_qs);
+
+        QTest::newRow("no snapshot") << std::optional<DaemonStatusSnapshot>() << TrayState::DaemonUnreachable;
+        QTest::newRow("empty snapshot") << std::optional(DaemonStatusSnapshot{}) << TrayState::Connecting;
+        QTest::newRow("stopped outranks active") << snapshot(false, active) << TrayState::Stopped;
+        QTest::newRow("stopped without membership") << snapshot(false, {}) << TrayState::Stopped;
+        QTest::newRow("want running absent") << snapshot(absent, active) << TrayState::Connected;
+        QTest::newRow("want running, no membership") << snapshot(true, {}) << TrayState::Connecting;
+        QTest::newRow("empty membership") << snapshot(true, u""_qs) << TrayState::Connecting;
+        QTest::newRow("letter case matters") << snapshot(true, u"Membership_Active"_qs) << TrayState::Connecting;
+        QTest::newRow("unknown membership") << snapshot(true, u"nodemap_stream_opening"_qs) << TrayState::Connecting;
+        QTest::newRow("node map open") << snapshot(true, u"nodemap_stream_open"_qs) << TrayState::Connected;
+        QTest::newRow("no memberships") << snapshot(true, u"no_active_memberships"_qs) << TrayState::NoNetwork;
+        QTest::newRow("awaiting login") << snapshot(true, u"awaiting_login"_qs) << TrayState::LoggedOut;
+        QTest::newRow("session revoked") << snapshot(absent, u"session_revoked"_qs) << TrayState::LoggedOut;
+        QTest::newRow("invalid snapshot") << snapshot(true, u"invalid_snapshot"_qs) << TrayState::Error;
+
+        auto dataPlaneDown = snapshot(true, active);
+        dataPlaneDown->isDataPlaneActive = false;
+        dataPlaneDown->connectableDevices = QList<ConnectableDeviceSnapshot>();
+        QTest::newRow("data plane is not consulted") << dataPlaneDown << TrayState::Connected;
+    }
+
+    void derivesStateFromSnapshot()
+    {
+        QFETCH(std::optional<DaemonStatusSnapshot>, snapshot);
+        QFETCH(TrayState, expected);
+        QCOMPARE(trayStateFrom(snapshot), expected);
+    }
+
+    void presentsEachState_data()
+    {
+        QTest::addColumn<TrayState>("state");
+        QTest::addColumn<SrgbColor>("dot");
+        QTest::addColumn<SrgbColor>("headerColor");
+        QTest::addColumn<QString>("headerText");
+        const SrgbColor grey{148, 163, 184}, amber{234, 179, 8}, green{34, 197, 94};
+
+        QTest::newRow("unreachable") << TrayState::DaemonUnreachable << SrgbColor{239, 68, 68} << grey << u"Disconnected"_qs;
+        QTest::newRow("stopped") << TrayState::Stopped << SrgbColor{100, 116, 139} << grey << u"Disconnected"_qs;
+        QTest::newRow("logged out") << TrayState::LoggedOut << grey << amber << u"Connected, needs auth"_qs;
+        QTest::newRow("connecting") << TrayState::Connecting << amber << amber << u"Connecting\u2026"_qs;
+        QTest::newRow("no network") << TrayState::NoNetwork << SrgbColor{59, 130, 246} << amber << u"Connected, no network"_qs;
+        QTest::newRow("connected") << TrayState::Connected << green << green << u"Connected"_qs;
+        QTest::newRow("error") << TrayState::Error << SrgbColor{249, 115, 22} << amber << u"Error"_qs;
+    }
+
+    void presentsEachState()
+    {
+        QFETCH(TrayState, state);
+        QFETCH(SrgbColor, dot);
+        QFETCH(SrgbColor, headerColor);
+        QFETCH(QString, headerText);
+        QCOMPARE(dotColor(state), dot);
+        QCOMPARE(headerPresentation(state), (HeaderPresentation{headerColor, headerText}));
+    }
+
+    void componentsAreExactFractionsOf255()
+    {
+        const SrgbColor green = dotColor(TrayState::Connected);
+        QCOMPARE(green.redF(), 34.0 / 255.0);
+        QCOMPARE(green.redF(), 0.13333333333333333);
+        QCOMPARE(SrgbColor::alpha, 1.0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTrayState)
+#include "tst_traystate.moc"
