@@ -1,0 +1,276 @@
+#include "ApplicationIdentity.h"
+#include "FreedesktopNotificationCenter.h"
+#include "Notify.h"
+
+#include <QDBusConnection>
+#include <QDBusContext>
+#include <QDBusMessage>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <mutex>
+
+using namespace Veltrane;
+
+namespace {
+
+/// org.freedesktop.Notifications as a desktop provides it, recording every call. It lives on a
+/// thread and bus connection of its own, as a real server in another process would.
+class FakeNotificationServer : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    struct Call {
+        QString method;
+        QVariantList arguments;
+    };
+
+    QStringList capabilities{u"body"_qs};
+    QString refusal; // non-empty: Notify fails with this message
+
+    QList<Call> calls() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_calls;
+    }
+
+public Q_SLOTS:
+    QStringList GetCapabilities()
+    {
+        record(u"GetCapabilities"_qs, {});
+        return capabilities;
+    }
+
+    uint Notify(const QString &appName, uint replacesId, const QString &appIcon, const QString &summary,
+                const QString &body, const QStringList &actions, const QVariantMap &hints, int expireTimeout)
+    {
+        record(u"Notify"_qs, {appName, replacesId, appIcon, summary, body, actions, hints, expireTimeout});
+        if (!refusal.isEmpty())
+            sendErrorReply(QDBusError::AccessDenied, refusal);
+        return uint(calls().size());
+    }
+
+private:
+    void record(const QString &method, const QVariantList &arguments)
+    {
+        std::lock_guard lock(m_mutex);
+        m_calls.append({method, arguments});
+    }
+
+    mutable std::mutex m_mutex;
+    QList<Call> m_calls;
+};
+
+/// Collects log lines written from any thread, for failures reported asynchronously.
+class LogCapture
+{
+public:
+    LogCapture() { s_previous = qInstallMessageHandler(&LogCapture::handle); }
+    ~LogCapture() { qInstallMessageHandler(s_previous); }
+
+    QStringList lines() const
+    {
+        std::lock_guard lock(s_mutex);
+        return s_lines;
+    }
+
+private:
+    static void handle(QtMsgType, const QMessageLogContext &, const QString &message)
+    {
+        std::lock_guard lock(s_mutex);
+        s_lines.append(message);
+    }
+
+    static inline QtMessageHandler s_previous = nullptr;
+    static inline std::mutex s_mutex;
+    static inline QStringList s_lines;
+};
+
+/// A notification service double that records what Notify asks of it, in order.
+class RecordingCenter : public NotificationCenter
+{
+public:
+    QStringList log;
+    QList<NotificationRequest> requests;
+    std::optional<QString> failWith;
+
+    void requestAuthorization() override { log.append(u"authorize"_qs); }
+    void add(const NotificationRequest &request, DeliveryHandler delivered) override
+    {
+        log.append(u"add"_qs);
+        requests.append(request);
+        delivered(failWith);
+    }
+};
+
+} // namespace
+
+class TestNotify : public QObject
+{
+    Q_OBJECT
+
+private:
+    QThread m_serverThread;
+    FakeNotificationServer *m_server = nullptr;
+
+    void startServer(const QStringList &capabilities, const QString &refusal = {})
+    {
+        m_server = new FakeNotificationServer;
+        m_server->capabilities = capabilities;
+        m_server->refusal = refusal;
+        m_server->moveToThread(&m_serverThread);
+        m_serverThread.start();
+        bool registered = false;
+        QMetaObject::invokeMethod(m_server, [this, &registered] {
+            auto bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"fake-notifications"_qs);
+            registered = bus.registerObject(u"/org/freedesktop/Notifications"_qs, m_server,
+                                            QDBusConnection::ExportAllSlots)
+                && bus.registerService(u"org.freedesktop.Notifications"_qs);
+        }, Qt::BlockingQueuedConnection);
+        QVERIFY(registered);
+    }
+
+    QList<FakeNotificationServer::Call> notifyCalls() const
+    {
+        QList<FakeNotificationServer::Call> notifies;
+        for (const auto &call : m_server->calls()) {
+            if (call.method == u"Notify")
+                notifies.append(call);
+        }
+        return notifies;
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(QDBusConnection::sessionBus().isConnected()); }
+
+    void cleanup()
+    {
+        if (m_server) {
+            QMetaObject::invokeMethod(m_server, [this] {
+                QDBusConnection bus(u"fake-notifications"_qs);
+                bus.unregisterService(u"org.freedesktop.Notifications"_qs);
+                delete m_server;
+                QDBusConnection::disconnectFromBus(u"fake-notifications"_qs);
+            }, Qt::BlockingQueuedConnection);
+            m_server = nullptr;
+            m_serverThread.quit();
+            m_serverThread.wait();
+        }
+        Notify::install(std::nullopt, nullptr);
+    }
+
+    void withoutIdentityNoticesGoToTheLog()
+    {
+        auto center = std::make_shared<RecordingCenter>();
+        Notify::install(std::nullopt, center);
+        QTest::ignoreMessage(QtInfoMsg, "[notification] Signed in \u2014 The daemon picked up your session.");
+        QTest::ignoreMessage(QtInfoMsg, "[notification]  \u2014 %2 <b>");
+        Notify::show(u"Signed in"_qs, u"The daemon picked up your session."_qs);
+        Notify::show(QString(), u"%2 <b>"_qs);
+        QVERIFY(center->log.isEmpty()); // neither permission asked nor notice added
+    }
+
+    void asksPermissionOnceBeforeTheFirstNotice()
+    {
+        auto center = std::make_shared<RecordingCenter>();
+        Notify::install(u"net.veltrane.tray"_qs, center);
+        Notify::show(u"Connected"_qs, u"first"_qs);
+        Notify::show(QString(), QString());
+        QCOMPARE(center->log, (QStringList{u"authorize"_qs, u"add"_qs, u"add"_qs}));
+        QCOMPARE(center->requests[0].title, u"Connected"_qs);
+        QCOMPARE(center->requests[0].body, u"first"_qs);
+        QCOMPARE(center->requests[1].title, QString());
+        const QRegularExpression upperUuid(u"^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"_qs);
+        QVERIFY(upperUuid.match(center->requests[0].identifier).hasMatch());
+        QVERIFY(upperUuid.match(center->requests[1].identifier).hasMatch());
+        QVERIFY(center->requests[0].identifier != center->requests[1].identifier);
+    }
+
+    void refusedNoticeIsLoggedOnce()
+    {
+        auto center = std::make_shared<RecordingCenter>();
+        center->failWith = u"Notifications are off"_qs;
+        Notify::install(u"net.veltrane.tray"_qs, center);
+        QTest::ignoreMessage(QtWarningMsg,
+                             "[notification] delivery failed: Notifications are off (Log out \u2014 Signed out.)");
+        Notify::show(u"Log out"_qs, u"Signed out."_qs);
+    }
+
+    void deliversOverTheSessionBus()
+    {
+        startServer({u"body"_qs, u"actions"_qs});
+        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        Notify::show(u"Connected"_qs, u"<b>build_box</b> & co"_qs);
+        Notify::show(u"Second"_qs, u"two"_qs);
+        QTRY_COMPARE(notifyCalls().size(), 2);
+
+        const auto calls = m_server->calls();
+        QCOMPARE(calls.first().method, u"GetCapabilities"_qs);
+        QCOMPARE(calls.count(), 3); // one capability query for the run
+        const QVariantList first = notifyCalls()[0].arguments;
+        QCOMPARE(first[0].toString(), u"Veltrane"_qs);
+        QCOMPARE(first[1].toUInt(), 0u);
+        QCOMPARE(first[3].toString(), u"Connected"_qs);
+        QCOMPARE(first[4].toString(), u"<b>build_box</b> & co"_qs); // no markup: verbatim
+        const QVariantMap hints = first[6].toMap();
+        QCOMPARE(hints[u"desktop-entry"_qs].toString(), u"net.veltrane.tray"_qs);
+        QVERIFY(hints[u"x-veltrane-id"_qs].toString() != notifyCalls()[1].arguments[6].toMap()[u"x-veltrane-id"_qs].toString());
+        QCOMPARE(notifyCalls()[1].arguments[3].toString(), u"Second"_qs);
+    }
+
+    void escapesBodiesForServersThatParseMarkup()
+    {
+        startServer({u"body"_qs, u"body-markup"_qs});
+        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        Notify::show(u"<i>Title</i>"_qs, u"<b>x</b> &amp; y"_qs);
+        QTRY_COMPARE(notifyCalls().size(), 1);
+        QCOMPARE(notifyCalls()[0].arguments[3].toString(), u"<i>Title</i>"_qs); // summary is never markup
+        QCOMPARE(notifyCalls()[0].arguments[4].toString(), u"&lt;b&gt;x&lt;/b&gt; &amp;amp; y"_qs);
+    }
+
+    void serverErrorsAreDeliveryFailures()
+    {
+        startServer({u"body"_qs}, u"Do not disturb"_qs);
+        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        LogCapture log;
+        Notify::show(u"T"_qs, u"B"_qs);
+        QTRY_COMPARE(log.lines(), QStringList{u"[notification] delivery failed: Do not disturb (T \u2014 B)"_qs});
+        QCOMPARE(notifyCalls().size(), 1);
+    }
+
+    void missingServerIsADeliveryFailure()
+    {
+        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        LogCapture log;
+        Notify::show(u"T"_qs, u"B"_qs);
+        QTRY_COMPARE(log.lines().size(), 1);
+        const QRegularExpression line(u"^\\[notification\\] delivery failed: .+ \\(T \u2014 B\\)$"_qs);
+        QVERIFY2(line.match(log.lines().first()).hasMatch(), qPrintable(log.lines().first()));
+    }
+
+    void identityComesFromTheInstalledDesktopEntry()
+    {
+        QTemporaryDir prefix;
+        QVERIFY(QDir(prefix.path()).mkpath(u"bin"_qs));
+        QVERIFY(QDir(prefix.path()).mkpath(u"share/applications"_qs));
+        const QString bin = prefix.filePath(u"bin"_qs);
+        QCOMPARE(ApplicationIdentity::detect(bin), std::nullopt);
+        QFile entry(prefix.filePath(u"share/applications/net.veltrane.tray.desktop"_qs));
+        QVERIFY(entry.open(QIODevice::WriteOnly));
+        entry.close();
+        QCOMPARE(ApplicationIdentity::detect(bin), std::optional(u"net.veltrane.tray"_qs));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestNotify)
+#include "tst_notify.moc"
