@@ -135,10 +135,10 @@ public:
         simdjson::dom::object object;
         if (value.get(object) != simdjson::SUCCESS)
             return mismatch("an object", value);
-        for (const auto &[key, member] : object) {
+        for (const simdjson::dom::key_value_pair entry : object) {
             bool ok = true;
             forEachField(record, [&](std::string_view name, auto &field) {
-                if (ok && name == key && !read(member, field))
+                if (ok && name == entry.key && !read(entry.value, field))
                     ok = failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
             });
             if (!ok)

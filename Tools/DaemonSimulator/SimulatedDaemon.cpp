@@ -39,6 +39,22 @@ SimulatedDaemon::Clock::duration delayOf(double seconds)
         std::chrono::duration<double>(seconds));
 }
 
+// A real daemon says more about each peer than the tray reads; clients must skip it.
+QJsonArray withFieldsTheTrayIgnores(QJsonArray peers)
+{
+    static const QStringList systems{u"macOS 15.1"_qs, u"Windows 11 24H2"_qs, u"Ubuntu 24.04"_qs,
+                                     u"iOS 18.1"_qs, u"Android 15"_qs, u"Debian 12"_qs};
+    for (qsizetype index = 0; index < peers.size(); ++index) {
+        QJsonObject peer = peers[index].toObject();
+        peer.insert(u"os"_qs, systems[index % systems.size()]);
+        peer.insert(u"lastSeen"_qs, u"2026-11-%1T%2:%3:07Z"_qs.arg(1 + index % 28, 2, 10, QChar(u'0'))
+                                        .arg(index % 24, 2, 10, QChar(u'0'))
+                                        .arg(index % 60, 2, 10, QChar(u'0')));
+        peers.replace(index, peer);
+    }
+    return peers;
+}
+
 QJsonObject refusal(const QString &code, const QString &error)
 {
     return {{u"success"_qs, false}, {u"code"_qs, code}, {u"error"_qs, error}};
@@ -74,7 +90,8 @@ SimulatedDaemon::SimulatedDaemon(const Options &options)
     , m_session(options.session)
     , m_wantRunning(options.wantRunning)
     , m_connectedAt(Clock::now())
-    , m_peers(toJsonValue(generatePeers(options.peerCount, options.seed, networkId, networkName)).toArray())
+    , m_peers(withFieldsTheTrayIgnores(
+          toJsonValue(generatePeers(options.peerCount, options.seed, networkId, networkName)).toArray()))
 {
 }
 

@@ -1,0 +1,41 @@
+// libFuzzer target for the reply decoder: it must never crash, and must yield either a whole
+// record or a reason. Qt's own JSON parser is the referee for what is JSON at all.
+#include "DaemonProtocol.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdlib>
+
+using namespace Veltrane;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray line(reinterpret_cast<const char *>(data), qsizetype(size));
+    const auto result = DaemonProtocol::decodeResponse(line);
+
+    if (const auto *failure = std::get_if<DecodeFailure>(&result)) {
+        if (failure->description.isEmpty())
+            std::abort();
+        return 0;
+    }
+
+    // Accepted: it must be a JSON object, and a boolean "success" must have been read as is.
+    QJsonParseError error;
+    const QJsonDocument reference = QJsonDocument::fromJson(line, &error);
+    if (error.error == QJsonParseError::DeepNesting)
+        return 0; // Qt's nesting limit is lower than the decoder's; nothing to compare
+    if (error.error != QJsonParseError::NoError || !reference.isObject())
+        std::abort();
+    const auto &response = std::get<DaemonControlResponse>(result);
+    const QJsonValue success = reference.object().value(u"success"_qs);
+    if (success.isBool() != response.success.has_value())
+        std::abort();
+    if (success.isBool() && success.toBool() != *response.success)
+        std::abort();
+
+    // Decoding is a pure function of the bytes.
+    if (std::get<DaemonControlResponse>(DaemonProtocol::decodeResponse(line)) != response)
+        std::abort();
+    return 0;
+}

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, fuzzes the reply decoder briefly, and runs the whole suite.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+
+"$root/scripts/install-deps.sh"
+
+# A short fuzz run of the decoder under ASan and UBSan; scripts/fuzz.sh alone runs longer.
+"$root/scripts/fuzz.sh" 30
+
+# The parsing and socket code again, under ASan and UBSan.
+cmake -S "$root" -B "$root/build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELTRANE_SANITIZE=ON >/dev/null
+cmake --build "$root/build-asan" --target tst_daemonprotocol tst_daemonclient
+ctest --test-dir "$root/build-asan" --output-on-failure -R 'tst_daemon(protocol|client)'
+
+cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build "$root/build"
+ctest --test-dir "$root/build" --output-on-failure -j2
