@@ -10,5 +10,4 @@ cmake --build "$root/build" --target veltrane-daemon-sim
 
 runtime="${XDG_RUNTIME_DIR:-/tmp}/veltrane-sim-$(id -u)"
 mkdir -p "$runtime"
-echo "Try: printf '{\"command\":\"get_status\"}\\n' | nc -U $runtime/daemon.sock"
 exec "$root/build/Tools/veltrane-daemon-sim" --socket "$runtime/daemon.sock" "$@"
