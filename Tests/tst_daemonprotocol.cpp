@@ -129,6 +129,9 @@ private Q_SLOTS:
                u"roundTripTimeMilliseconds, found a string"_qs;
         QTest::newRow("login url as boolean") << QByteArray(R"({"login":{"loginUrl":false}})")
                                               << u"expected a string at login.loginUrl, found a boolean"_qs;
+        QTest::newRow("number beyond range") << QByteArray(R"({"unread":1e400})") << QString();
+        QTest::newRow("integer beyond 64 bits") << QByteArray(R"({"unread":123456789012345678901234567890})")
+                                                << QString();
         QTest::newRow("invalid UTF-8") << QByteArray("{\"code\":\"\xff\"}") << QString();
         QTest::newRow("lone surrogate") << QByteArray(R"({"code":"\ud800"})") << QString();
     }

@@ -71,7 +71,12 @@ private:
 class LogCapture
 {
 public:
-    LogCapture() { s_previous = qInstallMessageHandler(&LogCapture::handle); }
+    LogCapture()
+    {
+        std::lock_guard lock(s_mutex);
+        s_lines.clear();
+        s_previous = qInstallMessageHandler(&LogCapture::handle);
+    }
     ~LogCapture() { qInstallMessageHandler(s_previous); }
 
     QStringList lines() const
@@ -256,6 +261,24 @@ private Q_SLOTS:
         QTRY_COMPARE(log.lines().size(), 1);
         const QRegularExpression line(u"^\\[notification\\] delivery failed: .+ \\(T \u2014 B\\)$"_qs);
         QVERIFY2(line.match(log.lines().first()).hasMatch(), qPrintable(log.lines().first()));
+    }
+
+    // A desktop whose notification server starts after the app still gets notices, and with the
+    // right escaping: a failed capability query is asked again.
+    void serverThatStartsLaterIsUsed()
+    {
+        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        {
+            LogCapture log;
+            Notify::show(u"early"_qs, u"lost"_qs);
+            QTRY_COMPARE(log.lines().size(), 1);
+        }
+        startServer({u"body-markup"_qs});
+        Notify::show(u"late"_qs, u"a < b"_qs);
+        QTRY_COMPARE(notifyCalls().size(), 1);
+        QCOMPARE(m_server->calls().first().method, u"GetCapabilities"_qs);
+        QCOMPARE(notifyCalls()[0].arguments[4].toString(), u"a &lt; b"_qs);
     }
 
     void identityComesFromTheInstalledDesktopEntry()
