@@ -97,7 +97,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("description");
 
         QTest::newRow("not JSON") << QByteArray("ERR busy") << QString();
-        QTest::newRow("truncated") << QByteArray(R"({"success":tr)") << QString();
         QTest::newRow("two values") << QByteArray("{} {}") << QString();
         QTest::newRow("white space only") << QByteArray("  ") << QString();
         QTest::newRow("array") << QByteArray("[]")
@@ -106,10 +105,6 @@ private Q_SLOTS:
                                      << u"expected an object at the top level, found a string"_qs;
         QTest::newRow("success as string") << QByteArray(R"({"success":"true"})")
                                            << u"expected a boolean at success, found a string"_qs;
-        QTest::newRow("success as number") << QByteArray(R"({"success":1})")
-                                           << u"expected a boolean at success, found a number"_qs;
-        QTest::newRow("number for string") << QByteArray(R"({"code":200})")
-                                           << u"expected a string at code, found a number"_qs;
         QTest::newRow("status as string") << QByteArray(R"({"status":"up"})")
                                           << u"expected an object at status, found a string"_qs;
         QTest::newRow("devices as object")
@@ -127,8 +122,6 @@ private Q_SLOTS:
                           R"({"roundTripTimeMilliseconds":"12"}}]}})")
             << u"expected a number at status.connectableDevices[0].connectionStatus."
                u"roundTripTimeMilliseconds, found a string"_qs;
-        QTest::newRow("login url as boolean") << QByteArray(R"({"login":{"loginUrl":false}})")
-                                              << u"expected a string at login.loginUrl, found a boolean"_qs;
         QTest::newRow("number beyond range") << QByteArray(R"({"unread":1e400})") << QString();
         QTest::newRow("integer beyond 64 bits") << QByteArray(R"({"unread":123456789012345678901234567890})")
                                                 << QString();

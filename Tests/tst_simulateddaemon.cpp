@@ -1,7 +1,6 @@
 #include "DaemonProtocol.h"
 #include "PeerGenerator.h"
 #include "SimulatedDaemon.h"
-#include "SimulatorServer.h"
 #include "TrayState.h"
 
 #include <QSet>
@@ -94,14 +93,6 @@ private Q_SLOTS:
         ask(daemon, "login_via_link");
         QTRY_COMPARE(stateOf(daemon), TrayState::Connecting);
         QTRY_COMPARE(stateOf(daemon), TrayState::NoNetwork);
-    }
-
-    void faultModesHaveNames()
-    {
-        for (const QString &name : faultNames())
-            QVERIFY(faultFromName(name));
-        QCOMPARE(faultFromName(u"slow-reply"_qs), Fault::SlowReply);
-        QCOMPARE(faultFromName(u"nonsense"_qs), std::nullopt);
     }
 };
 
