@@ -91,18 +91,25 @@ std::optional<ClientError> DaemonSocket::applyTimeout(double seconds)
     return std::nullopt;
 }
 
-std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
+bool DaemonSocket::sendAll(int descriptor, QByteArrayView bytes)
 {
     qsizetype offset = 0;
     while (offset < bytes.size()) {
-        const ssize_t written = ::send(m_descriptor, bytes.constData() + offset,
-                                       size_t(bytes.size() - offset), noSignalFlag);
+        const ssize_t written =
+            ::send(descriptor, bytes.data() + offset, size_t(bytes.size() - offset), noSignalFlag);
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return ClientError::ioFailed(u"write: "_qs + lastReason());
+            return false;
         offset += written;
     }
+    return true;
+}
+
+std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
+{
+    if (!sendAll(m_descriptor, bytes))
+        return ClientError::ioFailed(u"write: "_qs + lastReason());
     return std::nullopt;
 }
 

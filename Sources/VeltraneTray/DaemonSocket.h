@@ -42,6 +42,10 @@ public:
 
     int descriptor() const { return m_descriptor; }
 
+    /// Sends every byte on a connected socket, continuing short writes, without raising SIGPIPE.
+    /// False on failure, with errno telling why.
+    static bool sendAll(int descriptor, QByteArrayView bytes);
+
     /// The time limit as the socket options take it: whole seconds and the truncated remainder.
     static timeval timevalFor(double seconds);
 

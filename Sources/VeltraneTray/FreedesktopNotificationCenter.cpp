@@ -21,11 +21,6 @@ QDBusPendingCallWatcher *callAsync(const QDBusConnection &bus, const QString &me
 
 } // namespace
 
-std::unique_ptr<NotificationCenter> NotificationCenter::createPlatformCenter(const QString &applicationId)
-{
-    return std::make_unique<FreedesktopNotificationCenter>(QDBusConnection::sessionBus(), applicationId);
-}
-
 FreedesktopNotificationCenter::FreedesktopNotificationCenter(const QDBusConnection &bus,
                                                              const QString &desktopEntry,
                                                              QObject *parent)

@@ -3,7 +3,6 @@
 #include <QString>
 
 #include <functional>
-#include <memory>
 #include <optional>
 
 namespace Veltrane {
@@ -29,9 +28,6 @@ public:
     virtual void requestAuthorization() = 0;
     /// Hands a notice to the service; returns at once.
     virtual void add(const NotificationRequest &request, DeliveryHandler delivered) = 0;
-
-    /// The service of the platform this build is for.
-    static std::unique_ptr<NotificationCenter> createPlatformCenter(const QString &applicationId);
 };
 
 } // namespace Veltrane

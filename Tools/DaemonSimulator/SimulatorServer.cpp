@@ -1,5 +1,7 @@
 #include "SimulatorServer.h"
 
+#include "DaemonSocket.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -35,21 +37,6 @@ constexpr std::array faultTable{
 };
 
 constexpr auto pollSlice = 100; // ms between looks at the stop flag
-
-bool sendAll(int connection, const QByteArray &bytes)
-{
-    qsizetype offset = 0;
-    while (offset < bytes.size()) {
-        const ssize_t sent = ::send(connection, bytes.constData() + offset,
-                                    size_t(bytes.size() - offset), MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR)
-            continue;
-        if (sent <= 0)
-            return false;
-        offset += sent;
-    }
-    return true;
-}
 
 // One value of the wrong type where the client looks hardest: deep inside the last peer when
 // there are peers, else the top-level success flag.
@@ -256,26 +243,26 @@ void SimulatorServer::serve(int connection)
     case Fault::Empty:
         return;
     case Fault::Garbage:
-        sendAll(connection, "ERR daemon busy \x01\x02\xff\n");
+        DaemonSocket::sendAll(connection, "ERR daemon busy \x01\x02\xff\n");
         return;
     case Fault::EndlessStream: {
         const QByteArray chunk(64 * 1024, ' ');
-        while (!m_stopping && sendAll(connection, chunk)) {
+        while (!m_stopping && DaemonSocket::sendAll(connection, chunk)) {
         }
         return;
     }
     case Fault::Refuse:
-        sendAll(connection,
+        DaemonSocket::sendAll(connection,
                 R"({"success":false,"code":"busy","error":"The daemon is busy; try again."})" "\n");
         return;
     case Fault::RefuseWithoutError:
-        sendAll(connection, "{\"success\":false}\n");
+        DaemonSocket::sendAll(connection, "{\"success\":false}\n");
         return;
     case Fault::Scripted: {
         std::unique_lock lock(m_mutex);
         const QByteArray scripted = m_scriptedReply;
         lock.unlock();
-        sendAll(connection, scripted);
+        DaemonSocket::sendAll(connection, scripted);
         return;
     }
     default:
@@ -289,23 +276,23 @@ void SimulatorServer::serve(int connection)
         const QByteArray line = reply + '\n';
         const qsizetype piece = std::max<qsizetype>(1, line.size() / 8);
         for (qsizetype offset = 0; offset < line.size() && !m_stopping; offset += piece) {
-            if (!sendAll(connection, line.mid(offset, piece)))
+            if (!DaemonSocket::sendAll(connection, line.mid(offset, piece)))
                 return;
             std::this_thread::sleep_for(40ms);
         }
         return;
     }
     case Fault::CloseMidLine:
-        sendAll(connection, reply.left(reply.size() / 2));
+        DaemonSocket::sendAll(connection, reply.left(reply.size() / 2));
         return;
     case Fault::WrongTypes:
-        sendAll(connection, withWrongType(reply) + '\n');
+        DaemonSocket::sendAll(connection, withWrongType(reply) + '\n');
         return;
     case Fault::TrailingBytes:
-        sendAll(connection, reply + "\n{\"success\":false,\"error\":\"stale\"}\ntrailing");
+        DaemonSocket::sendAll(connection, reply + "\n{\"success\":false,\"error\":\"stale\"}\ntrailing");
         return;
     default:
-        sendAll(connection, reply + '\n');
+        DaemonSocket::sendAll(connection, reply + '\n');
         return;
     }
 }
