@@ -150,6 +150,8 @@ Fault SimulatorServer::activeFault(const QByteArray &request)
 {
     std::lock_guard lock(m_mutex);
     m_requests.append(request);
+    if (m_requests.size() > requestHistory)
+        m_requests.removeFirst();
     const bool applies = m_faultCommand.isEmpty() || m_faultCommand == commandOf(request);
     return applies ? m_fault : Fault::None;
 }
@@ -182,7 +184,6 @@ void SimulatorServer::acceptLoop()
         const int connection = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0)
             continue;
-        ++m_accepted;
         reapFinishedWorkers();
         auto finished = std::make_shared<std::atomic<bool>>(false);
         std::lock_guard lock(m_mutex);

@@ -53,8 +53,9 @@ public:
     void setFault(Fault fault, const QString &command = {});
     /// The bytes that Fault::Scripted sends, line feed included or not.
     void setScriptedReply(const QByteArray &bytes);
-    int connectionsAccepted() const { return m_accepted; }
-    /// Every request line received so far, as it arrived, without its line feed.
+    static constexpr qsizetype requestHistory = 1000;
+    /// The request lines received, oldest first, as they arrived without their line feed; the
+    /// most recent requestHistory of them, so a simulator left running stays small.
     QList<QByteArray> requestsReceived() const;
 
 private:
@@ -75,7 +76,6 @@ private:
     int m_wakePipe[2] = {-1, -1};
     std::thread m_acceptThread;
     std::atomic<bool> m_stopping = false;
-    std::atomic<int> m_accepted = 0;
 
     mutable std::mutex m_mutex; // guards everything below
     Fault m_fault = Fault::None;
