@@ -1,0 +1,162 @@
+#include "MenuViews.h"
+
+#include "ElidedLabel.h"
+#include "IconFactory.h"
+
+#include <QAction>
+#include <QFontDatabase>
+#include <QPainter>
+#include <QPainterPath>
+
+#include <optional>
+
+namespace Veltrane {
+
+/// The logo, scaled to fit its square with its proportions kept, drawn at the screen's density.
+class LogoView : public QWidget
+{
+public:
+    using QWidget::QWidget;
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        const Logo &logo = IconFactory::logo();
+        QRectF target(QPointF(), logo.size().scaled(size(), Qt::KeepAspectRatio));
+        target.moveCenter(QRectF(rect()).center());
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        logo.paint(painter, target);
+    }
+};
+
+/// A round dot filling its square; it shows nothing until it is given a colour.
+class StateDotView : public QWidget
+{
+public:
+    using QWidget::QWidget;
+
+    void setColor(const QColor &color)
+    {
+        m_color = color;
+        update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        if (!m_color)
+            return;
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QPainterPath circle;
+        circle.addEllipse(QRectF(rect()));
+        painter.fillPath(circle, *m_color);
+    }
+
+private:
+    std::optional<QColor> m_color;
+};
+
+namespace {
+
+// Sizes are in points, which Qt calls device-independent pixels.
+QFont systemFont(int points, QFont::Weight weight)
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    font.setPixelSize(points);
+    font.setWeight(weight);
+    return font;
+}
+
+// Frames are given from the bottom-left corner of the row; Qt measures from the top left.
+QRect fromBottomLeft(int rowHeight, int x, int y, int width, int height)
+{
+    return {x, rowHeight - y - height, width, height};
+}
+
+ElidedLabel *makeLabel(QWidget *row, const char *name, ElidedLabel::Tone tone, const QFont &font, const QRect &frame)
+{
+    auto *label = new ElidedLabel(tone, row);
+    label->setObjectName(QLatin1StringView(name));
+    label->setFont(font);
+    label->setGeometry(frame);
+    return label;
+}
+
+QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
+{
+    auto *action = new QAction(icon, QString(), owner);
+    action->setEnabled(false);
+    return action;
+}
+
+} // namespace
+
+MenuDeviceText MenuDeviceText::from(const QString &fqdn, const QString &ip, const QString &owner)
+{
+    MenuDeviceText text;
+    text.name = fqdn.isEmpty() ? u"This device"_qs : fqdn;
+    text.detail = owner.isEmpty() ? ip : ip + u" \u00b7 "_qs + owner;
+    text.nameToolTip = fqdn;
+    text.detailToolTip = text.detail;
+    return text;
+}
+
+MenuHeaderView::MenuHeaderView(QWidget *parent)
+    : QWidget(parent)
+    , m_logoView(new LogoView(this))
+    , m_titleLabel(makeLabel(this, "titleLabel", ElidedLabel::Tone::Primary, systemFont(13, QFont::DemiBold),
+                             fromBottomLeft(52, 52, 27, 210, 17)))
+    , m_dotView(new StateDotView(this))
+    , m_statusLabel(makeLabel(this, "statusLabel", ElidedLabel::Tone::Secondary, systemFont(11, QFont::Normal),
+                              fromBottomLeft(52, 68, 9, 200, 15)))
+    , m_titleAction(makeTextRow(this, IconFactory::logoIcon()))
+    , m_statusAction(makeTextRow(this))
+{
+    setFixedSize(280, 52);
+    m_logoView->setObjectName(u"logoView"_qs);
+    m_logoView->setGeometry(fromBottomLeft(52, 14, 12, 28, 28));
+    m_dotView->setObjectName(u"dotView"_qs);
+    m_dotView->setGeometry(fromBottomLeft(52, 54, 13, 8, 8));
+
+    const QString title = u"Veltrane"_qs;
+    m_titleLabel->setText(title);
+    m_titleAction->setText(title);
+}
+
+void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
+{
+    const SrgbColor &color = presentation.color;
+    m_dotView->setColor(QColor::fromRgbF(float(color.redF()), float(color.greenF()), float(color.blueF())));
+    m_statusLabel->setText(presentation.text);
+    m_statusAction->setIcon(IconFactory::dotIcon(color));
+    m_statusAction->setText(presentation.text);
+}
+
+MenuDeviceView::MenuDeviceView(QWidget *parent)
+    : QWidget(parent)
+    , m_nameLabel(makeLabel(this, "nameLabel", ElidedLabel::Tone::Primary, systemFont(12, QFont::Medium),
+                            fromBottomLeft(38, 14, 19, 252, 16)))
+    , m_detailLabel(makeLabel(this, "detailLabel", ElidedLabel::Tone::Secondary, systemFont(11, QFont::Normal),
+                              fromBottomLeft(38, 14, 3, 252, 15)))
+    , m_nameAction(makeTextRow(this))
+    , m_detailAction(makeTextRow(this))
+{
+    setFixedSize(280, 38);
+}
+
+void MenuDeviceView::setDevice(const QString &fqdn, const QString &ip, const QString &owner)
+{
+    const MenuDeviceText text = MenuDeviceText::from(fqdn, ip, owner);
+    m_nameLabel->setText(text.name);
+    m_detailLabel->setText(text.detail);
+    m_nameLabel->setToolTip(text.nameToolTip);
+    m_detailLabel->setToolTip(text.detailToolTip);
+
+    // D-Bus menus have no tooltips: the text form carries the two lines only.
+    m_nameAction->setText(text.name);
+    m_detailAction->setText(text.detail);
+}
+
+} // namespace Veltrane

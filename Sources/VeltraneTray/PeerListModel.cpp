@@ -1,0 +1,240 @@
+#include "PeerListModel.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace Veltrane {
+
+namespace {
+
+const QString &orEmpty(const std::optional<QString> &text)
+{
+    static const QString empty;
+    return text ? *text : empty;
+}
+
+// Blanks are the Unicode space separators and the tab; a line break is part of the query.
+bool isBlank(QChar character)
+{
+    return character == u'\t' || character.category() == QChar::Separator_Space;
+}
+
+QString trimmedOfBlanks(const QString &text)
+{
+    qsizetype begin = 0;
+    qsizetype end = text.size();
+    while (begin < end && isBlank(text[begin]))
+        ++begin;
+    while (end > begin && isBlank(text[end - 1]))
+        --end;
+    return text.sliced(begin, end - begin);
+}
+
+bool matches(const ConnectableDeviceSnapshot &device, const QString &query)
+{
+    return device.displayName().contains(query, Qt::CaseInsensitive)
+        || orEmpty(device.fqdn).contains(query, Qt::CaseInsensitive)
+        || orEmpty(device.assignedIp).contains(query, Qt::CaseInsensitive);
+}
+
+// The C locale names no language, and Qt collates it by code point: "Zoë" before "Émile", "Zed"
+// before "alice". There the root order of Unicode applies instead, the one English uses untailored.
+QLocale collationLocale()
+{
+    const QLocale locale;
+    return locale.language() == QLocale::C ? QLocale(QLocale::English) : locale;
+}
+
+QString formatMilliseconds(double milliseconds)
+{
+    // C's rounding (half to even), as the daemon's own tools print round-trip times.
+    char text[64];
+    std::snprintf(text, sizeof text, "%.0f ms", milliseconds);
+    return QString::fromLatin1(text);
+}
+
+bool isOnline(const ConnectableDeviceSnapshot &device) { return device.online == true; }
+
+bool isSecondary(const ConnectableDeviceSnapshot &device, PeerListModel::Column column)
+{
+    switch (column) {
+    case PeerListModel::StatusColumn:
+        return !isOnline(device);
+    case PeerListModel::PathColumn:
+    case PeerListModel::RttColumn:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+PeerListModel::PeerListModel(QObject *parent)
+    : QAbstractTableModel(parent)
+    , m_collator(collationLocale())
+{
+    m_collator.setCaseSensitivity(Qt::CaseInsensitive);
+}
+
+void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot)
+{
+    QList<ConnectableDeviceSnapshot> devices;
+    if (snapshot && snapshot->connectableDevices)
+        devices = *snapshot->connectableDevices;
+    sortByDisplayName(devices);
+
+    beginResetModel();
+    m_allDevices = std::move(devices);
+    filter();
+    endResetModel();
+}
+
+void PeerListModel::setSearchText(const QString &text)
+{
+    beginResetModel();
+    m_query = trimmedOfBlanks(text);
+    filter();
+    endResetModel();
+}
+
+void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
+{
+    struct Entry {
+        const QCollatorSortKey *key;
+        qsizetype index;
+    };
+    std::unordered_map<QString, QCollatorSortKey> keys;
+    keys.reserve(size_t(devices.size()));
+    std::vector<Entry> entries;
+    entries.reserve(size_t(devices.size()));
+
+    for (qsizetype i = 0; i < devices.size(); ++i) {
+        const QString name = devices[i].displayName();
+        auto found = keys.find(name);
+        if (found == keys.end()) {
+            const auto previous = m_sortKeys.find(name);
+            found = previous != m_sortKeys.end() ? keys.emplace(name, previous->second).first
+                                                 : keys.emplace(name, m_collator.sortKey(name)).first;
+        }
+        entries.push_back({&found->second, i}); // map nodes never move, so the pointer stays valid
+    }
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const Entry &a, const Entry &b) { return a.key->compare(*b.key) < 0; });
+
+    QList<ConnectableDeviceSnapshot> sorted;
+    sorted.reserve(devices.size());
+    for (const Entry &entry : entries)
+        sorted.append(std::move(devices[entry.index]));
+    devices = std::move(sorted);
+    m_sortKeys = std::move(keys); // only the names now listed: the cache never outgrows the list
+}
+
+void PeerListModel::filter()
+{
+    if (m_query.isEmpty()) {
+        m_filteredDevices = m_allDevices;
+        return;
+    }
+    QList<ConnectableDeviceSnapshot> filtered;
+    for (const ConnectableDeviceSnapshot &device : std::as_const(m_allDevices)) {
+        if (matches(device, m_query))
+            filtered.append(device);
+    }
+    m_filteredDevices = std::move(filtered);
+}
+
+std::optional<ConnectableDeviceSnapshot> PeerListModel::device(int row) const
+{
+    if (row < 0 || row >= m_filteredDevices.size())
+        return std::nullopt;
+    return m_filteredDevices[row];
+}
+
+int PeerListModel::rowOfClientId(const QString &clientId) const
+{
+    const auto found = std::find_if(m_filteredDevices.cbegin(), m_filteredDevices.cend(),
+                                    [&](const ConnectableDeviceSnapshot &device) { return device.clientId == clientId; });
+    return found == m_filteredDevices.cend() ? -1 : int(found - m_filteredDevices.cbegin());
+}
+
+QString PeerListModel::footerText(TrayState state)
+{
+    switch (state) {
+    case TrayState::DaemonUnreachable:
+        return u"Control plane: unreachable (daemon not running)"_qs;
+    case TrayState::Stopped:
+        return u"Control plane: suspended (veltrane stopped)"_qs;
+    case TrayState::LoggedOut:
+        return u"Control plane: awaiting sign-in"_qs;
+    case TrayState::Connecting:
+        return u"Control plane: connecting\u2026"_qs;
+    case TrayState::NoNetwork:
+        return u"Control plane: connected (no active network)"_qs;
+    case TrayState::Connected:
+        return u"Control plane: connected"_qs;
+    case TrayState::Error:
+        return u"Control plane: error"_qs;
+    }
+    Q_UNREACHABLE();
+}
+
+QString PeerListModel::cellText(const ConnectableDeviceSnapshot &device, Column column)
+{
+    const auto &path = device.connectionStatus;
+    switch (column) {
+    case DeviceColumn:
+        return device.displayName();
+    case IpColumn:
+        return orEmpty(device.assignedIp);
+    case StatusColumn:
+        if (!isOnline(device))
+            return u"offline"_qs;
+        return path && path->state ? *path->state : u"online"_qs;
+    case PathColumn:
+        return path ? orEmpty(path->endpoint) : QString();
+    case RttColumn:
+        if (path && path->roundTripTimeMilliseconds && *path->roundTripTimeMilliseconds > 0)
+            return formatMilliseconds(*path->roundTripTimeMilliseconds);
+        return {};
+    case ColumnCount:
+        break;
+    }
+    return {};
+}
+
+int PeerListModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_filteredDevices.size());
+}
+
+int PeerListModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
+
+QVariant PeerListModel::data(const QModelIndex &index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const ConnectableDeviceSnapshot &device = m_filteredDevices[index.row()];
+    const auto column = Column(index.column());
+    switch (role) {
+    case Qt::DisplayRole:
+        return cellText(device, column);
+    case Qt::ToolTipRole:
+        // The device cell's tip is the full DNS name; every other cell repeats its own text.
+        return column == DeviceColumn ? orEmpty(device.fqdn) : cellText(device, column);
+    case SecondaryTextRole:
+        return isSecondary(device, column);
+    default:
+        return {};
+    }
+}
+
+QVariant PeerListModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole || section < 0 || section >= ColumnCount)
+        return {};
+    return QString::fromUtf16(columns[size_t(section)].title);
+}
+
+} // namespace Veltrane

@@ -1,0 +1,230 @@
+#include "PeersWindowController.h"
+
+#include "Appearance.h"
+#include "ElidedLabel.h"
+
+#include <QClipboard>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QHeaderView>
+#include <QHelpEvent>
+#include <QLineEdit>
+#include <QMenu>
+#include <QScreen>
+#include <QStyledItemDelegate>
+#include <QTableView>
+#include <QVBoxLayout>
+
+namespace Veltrane {
+
+namespace {
+
+constexpr QSize initialSize(900, 620);
+
+// Cells in the label colour or the secondary one, as the model says; tooltips as plain text.
+class PeerCellDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option,
+                   const QModelIndex &index) override
+    {
+        if (event->type() != QEvent::ToolTip)
+            return QStyledItemDelegate::helpEvent(event, view, option, index);
+        showPlainToolTip(event->globalPos(), index.data(Qt::ToolTipRole).toString(), view);
+        return true;
+    }
+
+protected:
+    void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override
+    {
+        QStyledItemDelegate::initStyleOption(option, index);
+        const bool secondary = index.data(PeerListModel::SecondaryTextRole).toBool();
+        option->palette.setColor(QPalette::Text, secondary ? Appearance::secondaryLabelColor(option->palette)
+                                                           : Appearance::labelColor(option->palette));
+    }
+};
+
+QFont systemFont(int points)
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    font.setPixelSize(points);
+    return font;
+}
+
+QHBoxLayout *insetHorizontally(QWidget *widget, int inset)
+{
+    auto *row = new QHBoxLayout;
+    row->setContentsMargins(inset, 0, inset, 0);
+    row->addWidget(widget);
+    return row;
+}
+
+} // namespace
+
+PeersWindowController::PeersWindowController()
+    : m_window(std::make_unique<QWidget>())
+    , m_searchField(new QLineEdit)
+    , m_tableView(new QTableView)
+    , m_footerLabel(new ElidedLabel(ElidedLabel::Tone::Secondary))
+{
+    m_footerLabel->setObjectName(u"footerLabel"_qs);
+    m_footerLabel->setFont(systemFont(11));
+
+    m_window->setWindowTitle(u"Veltrane \u2014 Peers"_qs);
+    m_window->resize(initialSize);
+    m_window->setMinimumSize(640, 360);
+    // Dark whatever the desktop's theme; the row menu, a window of its own, follows.
+    m_window->setPalette(Appearance::darkPalette());
+    m_window->setAttribute(Qt::WA_WindowPropagation);
+    m_window->setAutoFillBackground(true);
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        QRect frame(QPoint(), initialSize);
+        frame.moveCenter(screen->availableGeometry().center());
+        m_window->move(frame.topLeft());
+    }
+    buildContent();
+}
+
+PeersWindowController::~PeersWindowController() = default;
+
+// From the top: 16 points of margin, the search field, 8 points, the table across the whole
+// width taking every point the window grows by, 8 points, the footer, 8 points.
+void PeersWindowController::buildContent()
+{
+    m_searchField->setObjectName(u"searchField"_qs);
+    m_searchField->setPlaceholderText(u"Search devices"_qs);
+    m_searchField->setClearButtonEnabled(true);
+    m_searchField->setFixedHeight(28);
+    connect(m_searchField, &QLineEdit::textChanged, this, &PeersWindowController::applyFilter);
+
+    m_tableView->setObjectName(u"tableView"_qs);
+    m_tableView->setModel(&m_model);
+    m_tableView->setItemDelegate(new PeerCellDelegate(m_tableView));
+    m_tableView->setFont(systemFont(12));
+    m_tableView->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_tableView->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_tableView->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_tableView->setAlternatingRowColors(true);
+    m_tableView->setTextElideMode(Qt::ElideMiddle);
+    m_tableView->setWordWrap(false);
+    m_tableView->setShowGrid(false);
+    m_tableView->setCornerButtonEnabled(false);
+    m_tableView->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    QHeaderView *rows = m_tableView->verticalHeader();
+    rows->hide();
+    rows->setMinimumSectionSize(0);
+    rows->setSectionResizeMode(QHeaderView::Fixed);
+    rows->setDefaultSectionSize(m_tableView->fontMetrics().height() + 8);
+    QHeaderView *columns = m_tableView->horizontalHeader();
+    columns->setMinimumSectionSize(50);
+    columns->setStretchLastSection(false);
+    columns->setHighlightSections(false);
+    columns->setSectionsMovable(false);
+    columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    for (int column = 0; column < PeerListModel::ColumnCount; ++column)
+        columns->resizeSection(column, PeerListModel::columns[size_t(column)].width);
+
+    m_tableView->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_tableView, &QWidget::customContextMenuRequested, this, &PeersWindowController::showRowMenu);
+    m_rowMenu = buildRowMenu();
+    connect(m_tableView, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex &index) {
+        m_clickedDevice = m_model.device(index.row());
+        onCopyDns();
+        m_clickedDevice.reset();
+    });
+
+    auto *layout = new QVBoxLayout(m_window.get());
+    layout->setContentsMargins(0, 16, 0, 8);
+    layout->setSpacing(8);
+    layout->addLayout(insetHorizontally(m_searchField, 16));
+    layout->addWidget(m_tableView, 1);
+    m_footerLabel->setFixedHeight(16);
+    layout->addLayout(insetHorizontally(m_footerLabel, 16));
+}
+
+QMenu *PeersWindowController::buildRowMenu()
+{
+    auto *menu = new QMenu(m_tableView);
+    menu->setObjectName(u"rowMenu"_qs);
+    menu->addAction(u"Copy DNS Name"_qs, this, &PeersWindowController::onCopyDns);
+    menu->addAction(u"Copy IP"_qs, this, &PeersWindowController::onCopyIp);
+    // The chosen action runs after the menu hides; forget the clicked row only once it has.
+    connect(menu, &QMenu::aboutToHide, this, [this] { m_clickedDevice.reset(); }, Qt::QueuedConnection);
+    return menu;
+}
+
+void PeersWindowController::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state)
+{
+    m_footerLabel->setText(PeerListModel::footerText(state));
+    keepingSelection([&] { m_model.applySnapshot(snapshot); });
+}
+
+void PeersWindowController::showWindow()
+{
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void PeersWindowController::applyFilter(const QString &searchText)
+{
+    keepingSelection([&] { m_model.setSearchText(searchText); });
+}
+
+// The model replaces its rows whole, which clears the table's selection; the device that was
+// selected is selected again, found by its clientId, wherever it now stands.
+template <class Change>
+void PeersWindowController::keepingSelection(const Change &change)
+{
+    const std::optional<ConnectableDeviceSnapshot> selected = selectedDevice();
+    change();
+    if (!selected || !selected->clientId)
+        return;
+    const int row = m_model.rowOfClientId(*selected->clientId);
+    if (row >= 0) {
+        m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0), QItemSelectionModel::ClearAndSelect
+                                                                                  | QItemSelectionModel::Rows);
+    }
+}
+
+std::optional<ConnectableDeviceSnapshot> PeersWindowController::selectedDevice() const
+{
+    if (m_clickedDevice)
+        return m_clickedDevice;
+    const QModelIndexList selected = m_tableView->selectionModel()->selectedRows();
+    if (selected.isEmpty())
+        return std::nullopt;
+    return m_model.device(selected.first().row());
+}
+
+void PeersWindowController::showRowMenu(const QPoint &position)
+{
+    m_clickedDevice = m_model.device(m_tableView->indexAt(position).row());
+    m_rowMenu->popup(m_tableView->viewport()->mapToGlobal(position));
+}
+
+void PeersWindowController::onCopyDns()
+{
+    const std::optional<ConnectableDeviceSnapshot> device = selectedDevice();
+    if (!device)
+        return;
+    const bool hasName = device->fqdn && !device->fqdn->isEmpty();
+    copyToClipboard(hasName ? *device->fqdn : device->assignedIp.value_or(QString()));
+}
+
+void PeersWindowController::onCopyIp()
+{
+    if (const std::optional<ConnectableDeviceSnapshot> device = selectedDevice())
+        copyToClipboard(device->assignedIp.value_or(QString()));
+}
+
+void PeersWindowController::copyToClipboard(const QString &text)
+{
+    if (text.isEmpty())
+        return; // the clipboard keeps what it held
+    QGuiApplication::clipboard()->setText(text);
+}
+
+} // namespace Veltrane
