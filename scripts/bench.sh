@@ -7,6 +7,7 @@ build="$root/build-bench"
 "$root/scripts/install-deps.sh"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DVELTRANE_BUILD_TESTS=OFF -DVELTRANE_BUILD_BENCHMARKS=ON >/dev/null
-cmake --build "$build" --target bench_decode bench_roundtrip
+cmake --build "$build" --target bench_decode bench_roundtrip bench_peers
 "$build/Benchmarks/bench_decode" "$@"
 "$build/Benchmarks/bench_roundtrip" "$@"
+"$build/Benchmarks/bench_peers" "$@"
