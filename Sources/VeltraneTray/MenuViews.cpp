@@ -93,6 +93,15 @@ QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
 
 } // namespace
 
+QString dbusMenuLabel(const QString &text)
+{
+    QString label = text;
+    label.replace(u'_', u"__"_qs);
+    if (const qsizetype ampersand = label.indexOf(u'&'); ampersand >= 0)
+        label.insert(ampersand, u'&');
+    return label;
+}
+
 MenuDeviceText MenuDeviceText::from(const QString &fqdn, const QString &ip, const QString &owner)
 {
     MenuDeviceText text;
@@ -122,7 +131,7 @@ MenuHeaderView::MenuHeaderView(QWidget *parent)
 
     const QString title = u"Veltrane"_qs;
     m_titleLabel->setText(title);
-    m_titleAction->setText(title);
+    m_titleAction->setText(dbusMenuLabel(title));
 }
 
 void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
@@ -131,7 +140,7 @@ void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
     m_dotView->setColor(QColor::fromRgbF(float(color.redF()), float(color.greenF()), float(color.blueF())));
     m_statusLabel->setText(presentation.text);
     m_statusAction->setIcon(IconFactory::dotIcon(color));
-    m_statusAction->setText(presentation.text);
+    m_statusAction->setText(dbusMenuLabel(presentation.text));
 }
 
 MenuDeviceView::MenuDeviceView(QWidget *parent)
@@ -155,8 +164,8 @@ void MenuDeviceView::setDevice(const QString &fqdn, const QString &ip, const QSt
     m_detailLabel->setToolTip(text.detailToolTip);
 
     // D-Bus menus have no tooltips: the text form carries the two lines only.
-    m_nameAction->setText(text.name);
-    m_detailAction->setText(text.detail);
+    m_nameAction->setText(dbusMenuLabel(text.name));
+    m_detailAction->setText(dbusMenuLabel(text.detail));
 }
 
 } // namespace Veltrane

@@ -1,0 +1,32 @@
+#include "AppDelegate.h"
+
+#include "SingleInstance.h"
+#include "StatusItemController.h"
+#include "SystemTrayStatusItem.h"
+
+#include <QDesktopServices>
+
+namespace Veltrane {
+
+AppDelegate::AppDelegate(const std::optional<QString> &identity, const QDBusConnection &bus)
+    : m_identity(identity)
+    , m_bus(bus)
+{
+}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    // Another instance is neither activated nor told; this one just leaves.
+    if (m_identity && !SingleInstance::claim(m_bus, *m_identity)) {
+        Q_EMIT terminateRequested();
+        return;
+    }
+    m_statusItemController = std::make_unique<StatusItemController>(
+        std::make_unique<SystemTrayStatusItem>(m_bus), DaemonClient(),
+        [](const QUrl &url) { QDesktopServices::openUrl(url); });
+    connect(m_statusItemController.get(), &StatusItemController::quitRequested, this, &AppDelegate::terminateRequested);
+}
+
+} // namespace Veltrane

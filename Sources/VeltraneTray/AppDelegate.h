@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QObject>
+
+#include <memory>
+#include <optional>
+
+namespace Veltrane {
+
+class StatusItemController;
+
+/// Starts the tray once the event loop runs: stops at once when another instance with the same
+/// application identity runs, else makes the one status menu controller and keeps it for the run.
+class AppDelegate : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `identity` is the application's identity, none for a bare executable, which skips the
+    /// single-instance rule; `bus` is the session bus the desktop is reached through.
+    AppDelegate(const std::optional<QString> &identity, const QDBusConnection &bus);
+    ~AppDelegate() override;
+
+    void applicationDidFinishLaunching();
+
+    /// Whether this instance runs the tray, once launching has finished.
+    bool isRunning() const { return m_statusItemController != nullptr; }
+
+Q_SIGNALS:
+    /// The application should end: another instance runs, or the user chose to quit.
+    void terminateRequested();
+
+private:
+    std::optional<QString> m_identity;
+    QDBusConnection m_bus;
+    std::unique_ptr<StatusItemController> m_statusItemController;
+};
+
+} // namespace Veltrane

@@ -1,0 +1,216 @@
+#include "StatusItemController.h"
+
+#include "IconFactory.h"
+#include "MenuViews.h"
+#include "Notify.h"
+#include "PeersWindowController.h"
+
+#include <QMenu>
+#include <QUrl>
+#include <QWidgetAction>
+
+namespace Veltrane {
+
+namespace {
+
+constexpr double startStopTimeoutSeconds = 15;
+constexpr double loginTimeoutSeconds = 70;
+constexpr double logoutTimeoutSeconds = 35;
+
+// What a command's refusal says: the daemon's error text, or a fixed sentence without one.
+void notifyRefusal(const DaemonControlResponse &response, const QString &title, const QString &fallback)
+{
+    Notify::show(title, response.error.value_or(fallback));
+}
+
+} // namespace
+
+void StatusItemController::Row::setVisible(bool visible) const
+{
+    for (QAction *action : actions)
+        action->setVisible(visible);
+}
+
+StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client,
+                                           UrlOpener openUrl)
+    : m_client(client)
+    , m_openUrl(std::move(openUrl))
+    , m_menu(std::make_unique<QMenu>())
+    , m_headerView(std::make_unique<MenuHeaderView>())
+    , m_deviceView(std::make_unique<MenuDeviceView>())
+    , m_statusItem(std::move(statusItem))
+{
+    buildMenu();
+    m_statusItem->setMenu(m_menu.get());
+    applyState(std::nullopt, TrayState::DaemonUnreachable);
+    poll();
+    // A coarse timer lets the system batch wake-ups, as a laptop wants from a program left running
+    // all day; a tick a little late does no harm.
+    m_pollTimer.setTimerType(Qt::CoarseTimer);
+    m_pollTimer.setInterval(pollIntervalMilliseconds);
+    connect(&m_pollTimer, &QTimer::timeout, this, &StatusItemController::poll);
+    m_pollTimer.start();
+}
+
+StatusItemController::~StatusItemController() = default;
+
+// Every row is made here, once: a tray host may read the menu only when it is first exported, so
+// rows are shown and hidden, never added later.
+void StatusItemController::buildMenu()
+{
+    m_headerRow = addViewRow(m_headerView.get(), m_headerView->textForm());
+    m_menu->addSeparator();
+    m_toggleItem = addCommandRow(u"Connect"_qs, &StatusItemController::onToggleConnect);
+    m_deviceRow = addViewRow(m_deviceView.get(), m_deviceView->textForm());
+    m_peersItem = addCommandRow(u"Peers\u2026"_qs, &StatusItemController::onShowPeers);
+    m_loginItem = addCommandRow(u"Log in\u2026"_qs, &StatusItemController::onLogin);
+    m_logoutItem = addCommandRow(u"Log out"_qs, &StatusItemController::onLogout);
+    m_menu->addSeparator();
+    addCommandRow(u"Quit Veltrane"_qs, &StatusItemController::onQuit)->setShortcut(QKeySequence::Quit);
+}
+
+StatusItemController::Row StatusItemController::addViewRow(QWidget *view, const QList<QAction *> &textForm)
+{
+    if (!m_statusItem->menuShowsWidgets()) {
+        m_menu->addActions(textForm);
+        return {textForm};
+    }
+    // The widget stays the controller's: a widget action only keeps a guarded pointer to it.
+    auto *row = new QWidgetAction(m_menu.get());
+    row->setDefaultWidget(view);
+    row->setEnabled(false);
+    m_menu->addAction(row);
+    return {{row}};
+}
+
+QAction *StatusItemController::addCommandRow(const QString &title, void (StatusItemController::*action)())
+{
+    return m_menu->addAction(title, this, action);
+}
+
+void StatusItemController::poll()
+{
+    if (m_pollInFlight)
+        return;
+    m_pollInFlight = true;
+    m_client.tryGetStatus(this, [this](const std::optional<DaemonStatusSnapshot> &snapshot) {
+        m_pollInFlight = false;
+        applyState(snapshot, trayStateFrom(snapshot));
+    });
+}
+
+void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state)
+{
+    if (m_loginPending && (state == TrayState::Connected || state == TrayState::Connecting)) {
+        m_loginPending = false;
+        Notify::show(u"Signed in"_qs, u"The daemon picked up your session."_qs);
+    }
+    m_lastSnapshot = snapshot;
+    m_lastState = state;
+
+    const HeaderPresentation header = headerPresentation(state);
+    m_headerView->setPresentation(header);
+    m_statusItem->setIcon(IconFactory::statusIcon(state));
+    m_statusItem->setToolTip(u"Veltrane \u2014 "_qs + header.text);
+
+    const bool reachable = state != TrayState::DaemonUnreachable;
+    const bool wantsRunning = snapshot && snapshot->wantRunning != false;
+    m_toggleItem->setText(reachable && wantsRunning ? u"Disconnect"_qs : u"Connect"_qs);
+    m_toggleItem->setEnabled(reachable && !m_commandInFlight);
+
+    const bool connected = state == TrayState::Connected;
+    m_deviceRow.setVisible(connected);
+    if (connected && snapshot) {
+        const std::optional<QString> &owner = snapshot->isTagged == true ? snapshot->ownerTag : snapshot->userEmail;
+        m_deviceView->setDevice(snapshot->selfFqdn.value_or(QString()), snapshot->assignedIp.value_or(QString()),
+                                owner.value_or(QString()));
+    }
+    m_peersItem->setVisible(connected);
+    m_loginItem->setVisible(state == TrayState::LoggedOut);
+    m_loginItem->setEnabled(!m_commandInFlight);
+    m_logoutItem->setVisible(reachable && state != TrayState::Stopped && state != TrayState::LoggedOut);
+    m_logoutItem->setEnabled(!m_commandInFlight);
+
+    if (m_peersWindow)
+        m_peersWindow->applySnapshot(snapshot, state);
+}
+
+void StatusItemController::runCommand(const QString &command, double timeoutSeconds,
+                                      std::function<void(const DaemonControlResponse &)> outcome)
+{
+    if (m_commandInFlight)
+        return;
+    m_commandInFlight = true;
+    m_client.send({command}, timeoutSeconds, this, [this, outcome](const DaemonResult &result) {
+        if (const auto *error = std::get_if<ClientError>(&result))
+            Notify::show(u"Veltrane"_qs, u"Unable to reach the daemon: "_qs + error->errorDescription());
+        else
+            outcome(std::get<DaemonControlResponse>(result));
+        m_commandInFlight = false;
+        poll(); // the menu catches up at once rather than at the next tick
+    });
+}
+
+void StatusItemController::onToggleConnect()
+{
+    if (m_lastState == TrayState::DaemonUnreachable) {
+        Notify::show(u"Veltrane"_qs, u"The Veltrane daemon is not running."_qs);
+        return;
+    }
+    // The same choice as the row's title: "Disconnect" stops, "Connect" starts.
+    const bool stop = m_lastSnapshot && m_lastSnapshot->wantRunning != false;
+    const QString failureTitle = stop ? u"Disconnect failed"_qs : u"Connect failed"_qs;
+    runCommand(stop ? u"stop"_qs : u"start"_qs, startStopTimeoutSeconds, [failureTitle](const DaemonControlResponse &response) {
+        if (!response.succeeded())
+            notifyRefusal(response, failureTitle, u"The daemon rejected the request."_qs);
+    });
+}
+
+void StatusItemController::onLogin()
+{
+    runCommand(u"login_via_link"_qs, loginTimeoutSeconds, [this](const DaemonControlResponse &response) {
+        if (!response.succeeded()) {
+            notifyRefusal(response, u"Sign-in failed"_qs, u"Login failed."_qs);
+            return;
+        }
+        const QString link = response.login ? response.login->loginUrl.value_or(QString()) : QString();
+        const QUrl url(link, QUrl::StrictMode);
+        if (link.isEmpty() || !url.isValid()) {
+            Notify::show(u"Sign-in"_qs, response.message.value_or(u"Login link issued."_qs));
+            return;
+        }
+        m_openUrl(url);
+        m_loginPending = true;
+        Notify::show(u"Sign-in"_qs,
+                     u"Complete the sign-in in your browser. Veltrane will pick up the session automatically."_qs);
+    });
+}
+
+void StatusItemController::onLogout()
+{
+    runCommand(u"logout"_qs, logoutTimeoutSeconds, [](const DaemonControlResponse &response) {
+        if (!response.succeeded()) {
+            notifyRefusal(response, u"Sign-out failed"_qs, u"Logout failed."_qs);
+            return;
+        }
+        Notify::show(u"Signed out"_qs, response.message.value_or(u"Your session has been ended."_qs));
+    });
+}
+
+void StatusItemController::onShowPeers()
+{
+    if (!m_peersWindow)
+        m_peersWindow = std::make_unique<PeersWindowController>();
+    m_peersWindow->applySnapshot(m_lastSnapshot, m_lastState);
+    m_peersWindow->showWindow();
+}
+
+void StatusItemController::onQuit()
+{
+    m_pollTimer.stop();
+    if (m_peersWindow)
+        m_peersWindow->window()->close();
+    Q_EMIT quitRequested();
+}
+
+} // namespace Veltrane

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "DaemonClient.h"
+#include "StatusItem.h"
+#include "TrayState.h"
+
+#include <QObject>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QAction;
+class QMenu;
+class QUrl;
+
+namespace Veltrane {
+
+class MenuDeviceView;
+class MenuHeaderView;
+class PeersWindowController;
+
+/// The tray's main loop: it owns the status item and its menu, asks the daemon for its status every
+/// three seconds, and redraws everything it shows from each reply alone: the icon and tooltip, the
+/// menu's header and device rows, which rows are shown and enabled, and the peers window once it
+/// was opened. The menu's actions send the daemon its commands, one at a time, and tell the user
+/// the outcome as a notice.
+///
+/// At most one status request and one command are outstanding; a tick or a click that finds its
+/// request outstanding is dropped. Replies that arrive after the controller is gone are dropped.
+class StatusItemController : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Opens a sign-in link in the user's browser.
+    using UrlOpener = std::function<void(const QUrl &url)>;
+
+    /// Builds the menu into `statusItem`, shows the unreachable daemon, sends the first status
+    /// request at once and starts polling. The app passes the default client and opener; tests
+    /// pass a simulated daemon's socket and a recorder.
+    StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client, UrlOpener openUrl);
+    ~StatusItemController() override;
+
+    static constexpr int pollIntervalMilliseconds = 3000;
+
+public Q_SLOTS:
+    void onToggleConnect();
+    void onLogin();
+    void onLogout();
+    void onShowPeers();
+    void onQuit();
+
+Q_SIGNALS:
+    /// "Quit Veltrane" was chosen: polling has stopped and the peers window is closed.
+    void quitRequested();
+
+private:
+    /// One row of the menu in the form the status item shows: a widget row, or its text lines.
+    struct Row {
+        QList<QAction *> actions;
+        void setVisible(bool visible) const;
+    };
+
+    void buildMenu();
+    Row addViewRow(QWidget *view, const QList<QAction *> &textForm);
+    QAction *addCommandRow(const QString &title, void (StatusItemController::*action)());
+    void poll();
+    void applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state);
+    void runCommand(const QString &command, double timeoutSeconds,
+                    std::function<void(const DaemonControlResponse &)> outcome);
+
+    DaemonClient m_client;
+    UrlOpener m_openUrl;
+    std::unique_ptr<QMenu> m_menu;
+    std::unique_ptr<MenuHeaderView> m_headerView;
+    std::unique_ptr<MenuDeviceView> m_deviceView;
+    std::unique_ptr<StatusItem> m_statusItem;
+    Row m_headerRow;
+    QAction *m_toggleItem = nullptr;
+    Row m_deviceRow;
+    QAction *m_peersItem = nullptr;
+    QAction *m_loginItem = nullptr;
+    QAction *m_logoutItem = nullptr;
+    QTimer m_pollTimer;
+    bool m_pollInFlight = false;
+    bool m_commandInFlight = false;
+    bool m_loginPending = false;
+    std::optional<DaemonStatusSnapshot> m_lastSnapshot;
+    TrayState m_lastState = TrayState::DaemonUnreachable;
+    std::unique_ptr<PeersWindowController> m_peersWindow;
+};
+
+} // namespace Veltrane

@@ -1,0 +1,32 @@
+// veltrane-tray: the tray companion of the Veltrane daemon. A menu-bar-only app: no window until
+// the user opens one, and quitting is the menu's "Quit Veltrane".
+#include "AppDelegate.h"
+#include "ApplicationIdentity.h"
+#include "FreedesktopNotificationCenter.h"
+#include "Notify.h"
+
+#include <QApplication>
+#include <QTimer>
+
+using namespace Veltrane;
+
+int main(int argc, char *argv[])
+{
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(u"veltrane-tray"_qs);
+    QApplication::setApplicationDisplayName(u"Veltrane"_qs);
+    QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit
+    const std::optional<QString> identity = ApplicationIdentity::detect(QApplication::applicationDirPath());
+    if (identity)
+        QGuiApplication::setDesktopFileName(*identity);
+
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    Notify::install(identity, std::make_shared<FreedesktopNotificationCenter>(bus, identity.value_or(QString())));
+    AppDelegate delegate(identity, bus);
+    QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
+                     Qt::QueuedConnection);
+    QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
+    const int status = QApplication::exec();
+    Notify::install(std::nullopt, nullptr); // the service's bus goes with the application
+    return status;
+}
