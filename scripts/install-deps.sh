@@ -7,7 +7,7 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
     libsimdjson-dev libbenchmark-dev
     clang libclang-rt-dev
-    dbus dbus-bin xvfb xauth fonts-dejavu-core
+    dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
 )
 
 missing=()

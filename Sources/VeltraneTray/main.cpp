@@ -14,7 +14,6 @@ int main(int argc, char *argv[])
 {
     QApplication application(argc, argv);
     QApplication::setApplicationName(u"veltrane-tray"_qs);
-    QApplication::setApplicationDisplayName(u"Veltrane"_qs);
     QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit
     const std::optional<QString> identity = ApplicationIdentity::detect(QApplication::applicationDirPath());
     if (identity)
