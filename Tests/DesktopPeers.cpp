@@ -13,6 +13,22 @@ QStringList FakeStatusNotifierWatcher::registeredItems() const
     return items;
 }
 
+bool FakeStatusNotifierWatcher::isHostRegistered() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_hostRegistered;
+}
+
+void FakeStatusNotifierWatcher::setHostRegistered(bool registered)
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        m_hostRegistered = registered;
+    }
+    if (registered)
+        Q_EMIT StatusNotifierHostRegistered();
+}
+
 QStringList FakeStatusNotifierWatcher::registrations() const
 {
     QMutexLocker lock(&m_mutex);
@@ -52,4 +68,67 @@ QString FakeNotificationServer::GetServerInformation(QString &vendor, QString &v
     version = u"1"_qs;
     specVersion = u"1.2"_qs;
     return u"fake-notifications"_qs;
+}
+
+namespace {
+
+const QString connectionName = u"desktop-peers"_qs;
+const QString watcherService = u"org.kde.StatusNotifierWatcher"_qs;
+const QString watcherPath = u"/StatusNotifierWatcher"_qs;
+const QString notificationsService = u"org.freedesktop.Notifications"_qs;
+const QString notificationsPath = u"/org/freedesktop/Notifications"_qs;
+
+void publish(const QString &service, const QString &path, QObject *object)
+{
+    QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName);
+    bus.registerObject(path, object, QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals
+                                         | QDBusConnection::ExportAllProperties);
+    if (!bus.registerService(service))
+        qFatal("cannot own %s", qPrintable(service));
+}
+
+} // namespace
+
+DesktopPeers::DesktopPeers(bool withPanel)
+    : m_withPanel(withPanel)
+{
+}
+
+DesktopPeers::~DesktopPeers()
+{
+    quit();
+    wait();
+}
+
+void DesktopPeers::startAndWait()
+{
+    start();
+    m_ready.acquire();
+}
+
+void DesktopPeers::startPanel()
+{
+    onPeersThread([this] { publish(watcherService, watcherPath, watcher); });
+}
+
+void DesktopPeers::onPeersThread(const std::function<void()> &change)
+{
+    QMetaObject::invokeMethod(watcher, change, Qt::BlockingQueuedConnection);
+}
+
+void DesktopPeers::run()
+{
+    FakeStatusNotifierWatcher panelWatcher;
+    FakeNotificationServer notificationServer;
+    watcher = &panelWatcher;
+    notifications = &notificationServer;
+    publish(notificationsService, notificationsPath, notifications);
+    if (m_withPanel)
+        publish(watcherService, watcherPath, watcher);
+    m_ready.release();
+    exec();
+    QDBusConnection bus(connectionName);
+    bus.unregisterObject(watcherPath);
+    bus.unregisterObject(notificationsPath);
+    QDBusConnection::disconnectFromBus(connectionName);
 }

@@ -4,9 +4,13 @@
 #include <QDBusVariant>
 #include <QMutex>
 #include <QObject>
+#include <QSemaphore>
 #include <QStringList>
+#include <QThread>
 
-// What a desktop offers a tray app over the session bus, for the end-to-end test: a panel's
+#include <functional>
+
+// What a desktop offers a tray app over the session bus, for the tests that need one: a panel's
 // StatusNotifierWatcher with a host registered, and a notification server that records every
 // notice. Both live on a thread and bus connection of their own, so the test's own blocking calls
 // never keep them from answering.
@@ -21,7 +25,9 @@ class FakeStatusNotifierWatcher : public QObject, protected QDBusContext
 
 public:
     QStringList registeredItems() const;
-    bool isHostRegistered() const { return true; }
+    bool isHostRegistered() const;
+    /// A panel's host registers (or, before, none has): announced as a watcher announces it.
+    void setHostRegistered(bool registered);
     int protocolVersion() const { return 0; }
 
     /// Each registration as "<bus name of the caller> <argument>".
@@ -39,6 +45,7 @@ Q_SIGNALS:
 private:
     mutable QMutex m_mutex;
     QStringList m_registrations;
+    bool m_hostRegistered = true;
 };
 
 class FakeNotificationServer : public QObject
@@ -59,4 +66,31 @@ public Q_SLOTS:
 private:
     mutable QMutex m_mutex;
     QStringList m_notices;
+};
+
+/// The desktop's side of the bus: the notification server from the start, and the panel's watcher
+/// from the start or only when `startPanel()` is called, as when the panel comes up late.
+class DesktopPeers : public QThread
+{
+public:
+    explicit DesktopPeers(bool withPanel);
+    ~DesktopPeers() override;
+
+    /// Starts the thread and returns once its services are on the bus.
+    void startAndWait();
+    void startPanel();
+    /// Runs `change` on the peers' thread, where their D-Bus signals must be sent from.
+    void onPeersThread(const std::function<void()> &change);
+
+    // Made and destroyed on the peers' thread, as QtDBus wants of objects it exports; there from
+    // startAndWait() until the thread ends.
+    FakeStatusNotifierWatcher *watcher = nullptr;
+    FakeNotificationServer *notifications = nullptr;
+
+protected:
+    void run() override;
+
+private:
+    bool m_withPanel;
+    QSemaphore m_ready;
 };

@@ -16,10 +16,8 @@
 #include <QFile>
 #include <QImage>
 #include <QProcess>
-#include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
 
 using namespace Veltrane::Simulator;
 
@@ -81,67 +79,6 @@ QColor pixel(const IconImage &image, int x, int y)
     return QColor(bytes[1], bytes[2], bytes[3], bytes[0]);
 }
 
-// The desktop's side of the bus, on a thread and connection of its own.
-class Desktop : public QThread
-{
-public:
-    FakeStatusNotifierWatcher watcher;
-    FakeNotificationServer notifications;
-
-    explicit Desktop(bool withPanel) : m_withPanel(withPanel)
-    {
-        watcher.moveToThread(this);
-        notifications.moveToThread(this);
-    }
-    ~Desktop() override
-    {
-        quit();
-        wait();
-    }
-
-    void startPanel()
-    {
-        QMetaObject::invokeMethod(&watcher, [this] { registerOn(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs, &watcher); },
-                                  Qt::BlockingQueuedConnection);
-    }
-
-    void startAndWait()
-    {
-        start();
-        m_ready.acquire();
-    }
-
-protected:
-    void run() override
-    {
-        registerOn(u"org.freedesktop.Notifications"_qs, u"/org/freedesktop/Notifications"_qs, &notifications);
-        if (m_withPanel)
-            registerOn(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs, &watcher);
-        m_ready.release();
-        exec();
-        // Unexported here, on their own thread, before the objects go with the test.
-        QDBusConnection bus(connectionName());
-        bus.unregisterObject(u"/StatusNotifierWatcher"_qs);
-        bus.unregisterObject(u"/org/freedesktop/Notifications"_qs);
-        QDBusConnection::disconnectFromBus(connectionName());
-    }
-
-private:
-    static QString connectionName() { return u"desktop-peers"_qs; }
-
-    static void registerOn(const QString &service, const QString &path, QObject *object)
-    {
-        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName());
-        bus.registerObject(path, object, QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals
-                                             | QDBusConnection::ExportAllProperties);
-        if (!bus.registerService(service))
-            qFatal("cannot own %s", qPrintable(service));
-    }
-
-    bool m_withPanel;
-    QSemaphore m_ready;
-};
-
 } // namespace
 
 class TestDesktop : public QObject
@@ -150,7 +87,7 @@ class TestDesktop : public QObject
 
 private:
     QTemporaryDir m_dir;
-    std::unique_ptr<Desktop> m_desktop;
+    std::unique_ptr<DesktopPeers> m_desktop;
     std::unique_ptr<SimulatedDaemon> m_daemon;
     std::unique_ptr<SimulatorServer> m_server;
     std::vector<std::unique_ptr<QProcess>> m_apps;
@@ -191,7 +128,7 @@ private:
     // The tray item as the panel found it: bus name and object path.
     std::pair<QString, QString> item() const
     {
-        const QStringList registrations = m_desktop->watcher.registrations();
+        const QStringList registrations = m_desktop->watcher->registrations();
         if (registrations.isEmpty())
             return {};
         const QString sender = registrations.first().section(u' ', 0, 0);
@@ -331,7 +268,7 @@ private Q_SLOTS:
 
     void wholeSession()
     {
-        m_desktop = std::make_unique<Desktop>(true);
+        m_desktop = std::make_unique<DesktopPeers>(true);
         m_desktop->startAndWait();
         QProcess *app = launchApp();
         const QString quit = u"Quit Veltrane"_qs;
@@ -339,7 +276,7 @@ private Q_SLOTS:
         const QString title = u"(off) Veltrane"_qs;
 
         // No daemon yet.
-        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher.registrations().size(), 1, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher->registrations().size(), 1, patience);
         QTRY_COMPARE_WITH_TIMEOUT(rows(), (QStringList{title, u"(off) Disconnected"_qs, rule, u"(off) Connect"_qs, rule, quit}), patience);
         QCOMPARE(toolTipTitle(), u"Veltrane \u2014 Disconnected"_qs);
         QCOMPARE(dotColour(), QColor(239, 68, 68));
@@ -357,7 +294,7 @@ private Q_SLOTS:
         // Signing in: the link goes to the browser, and the daemon's pickup is told once.
         click(u"Log in\u2026"_qs);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(openedLinksFile()), patience);
-        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->notifications.notices().size(), 1, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->notifications->notices().size(), 1, patience);
         QFile links(openedLinksFile());
         QVERIFY(links.open(QIODevice::ReadOnly));
         QVERIFY(links.readAll().startsWith("https://login.veltrane.example/a/VLT-"));
@@ -378,7 +315,7 @@ private Q_SLOTS:
         QVERIFY(second->waitForFinished(patience));
         QCOMPARE(second->exitStatus(), QProcess::NormalExit);
         QCOMPARE(second->exitCode(), 0);
-        QCOMPARE(m_desktop->watcher.registrations().size(), 1);
+        QCOMPARE(m_desktop->watcher->registrations().size(), 1);
         QCOMPARE(app->state(), QProcess::Running);
 
         click(u"Disconnect"_qs);
@@ -389,7 +326,7 @@ private Q_SLOTS:
         m_server->setFault(Fault::Scripted, u"get_status"_qs);
         QTRY_VERIFY_WITH_TIMEOUT(rows().contains(u"(off) build__box _& co"_qs), patience);
 
-        QCOMPARE(m_desktop->notifications.notices(),
+        QCOMPARE(m_desktop->notifications->notices(),
                  (QStringList{u"Sign-in \u2014 Complete the sign-in in your browser. Veltrane will pick up the session automatically."_qs,
                               u"Signed in \u2014 The daemon picked up your session."_qs}));
 
@@ -402,14 +339,14 @@ private Q_SLOTS:
     // Autostarted before the panel: the item appears once the panel does.
     void appearsWhenThePanelComesLate()
     {
-        m_desktop = std::make_unique<Desktop>(false);
+        m_desktop = std::make_unique<DesktopPeers>(false);
         m_desktop->startAndWait();
         QProcess *app = launchApp();
         QTest::qWait(2500);
         QCOMPARE(app->state(), QProcess::Running);
-        QVERIFY(m_desktop->watcher.registrations().isEmpty());
+        QVERIFY(m_desktop->watcher->registrations().isEmpty());
         m_desktop->startPanel();
-        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher.registrations().size(), 1, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher->registrations().size(), 1, patience);
         QTRY_COMPARE_WITH_TIMEOUT(toolTipTitle(), u"Veltrane \u2014 Disconnected"_qs, patience);
         QVERIFY(rows().contains(u"Quit Veltrane"_qs));
     }
