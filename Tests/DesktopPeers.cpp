@@ -62,13 +62,6 @@ uint FakeNotificationServer::Notify(const QString &, uint, const QString &, cons
     return uint(m_notices.size());
 }
 
-QString FakeNotificationServer::GetServerInformation(QString &vendor, QString &version, QString &specVersion)
-{
-    vendor = u"Veltrane tests"_qs;
-    version = u"1"_qs;
-    specVersion = u"1.2"_qs;
-    return u"fake-notifications"_qs;
-}
 
 namespace {
 

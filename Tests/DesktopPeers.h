@@ -61,7 +61,6 @@ public Q_SLOTS:
     QStringList GetCapabilities();
     uint Notify(const QString &appName, uint replacesId, const QString &appIcon, const QString &summary,
                 const QString &body, const QStringList &actions, const QVariantMap &hints, int expireTimeout);
-    QString GetServerInformation(QString &vendor, QString &version, QString &specVersion);
 
 private:
     mutable QMutex m_mutex;

@@ -322,7 +322,8 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(rows(), (QStringList{title, u"(off) Disconnected"_qs, rule, u"Connect"_qs, rule, quit}), patience);
 
         // Daemon text shows as typed: "_" and "&" are escaped for the panel.
-        m_server->setScriptedReply("{\"success\":true,\"status\":{\"membershipState\":\"membership_active\",\"selfFqdn\":\"build_box & co\",\"assignedIp\":\"100.64.0.2\"}}\n");
+        m_server->setScriptedReply("{\"success\":true,\"status\":{\"membershipState\":\"membership_active\","
+                                  "\"selfFqdn\":\"build_box & co\",\"assignedIp\":\"100.64.0.2\"}}\n");
         m_server->setFault(Fault::Scripted, u"get_status"_qs);
         QTRY_VERIFY_WITH_TIMEOUT(rows().contains(u"(off) build__box _& co"_qs), patience);
 

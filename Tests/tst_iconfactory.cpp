@@ -58,15 +58,6 @@ class TestIconFactory : public QObject
 private Q_SLOTS:
     void init() { IconFactory::clearStatusIconCache(); }
 
-    void keysNameEveryState()
-    {
-        QStringList keys;
-        for (const TrayState state : allTrayStates)
-            keys.append(IconFactory::iconKey(state));
-        QCOMPARE(keys, (QStringList{u"Daemon not running"_qs, u"Stopped"_qs, u"Signed out"_qs, u"Connecting\u2026"_qs,
-                                    u"No active network"_qs, u"Connected"_qs, u"Error"_qs}));
-    }
-
     void cachesOneIconPerState()
     {
         QCOMPARE(IconFactory::cachedStatusIconCount(), 0);

@@ -291,15 +291,6 @@ private Q_SLOTS:
             QCOMPARE(index.data(Qt::ToolTipRole).toString(), tip);
         }
     }
-
-    void headersNameTheColumns()
-    {
-        QStringList titles;
-        for (int column = 0; column < m_model->columnCount(); ++column)
-            titles.append(m_model->headerData(column, Qt::Horizontal).toString());
-        QCOMPARE(titles, (QStringList{u"Device"_qs, u"IP"_qs, u"Status"_qs, u"Path"_qs, u"RTT"_qs}));
-        QVERIFY(!m_model->headerData(0, Qt::Vertical).isValid());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestPeerListModel)

@@ -1,5 +1,4 @@
 #include "ElidedLabel.h"
-#include "PeerGenerator.h"
 #include "PeersWindowController.h"
 
 #include <QApplication>
@@ -308,19 +307,6 @@ private Q_SLOTS:
         QTRY_VERIFY(QToolTip::isVisible());
         QCOMPARE(QToolTip::text(), Qt::convertFromPlainText(u"<b>lab</b>.ts.net"_qs, Qt::WhiteSpaceNoWrap));
         QToolTip::hideText();
-    }
-
-    void realisticNetworkFillsTheTable()
-    {
-        m_controller->applySnapshot(snapshotOf(Simulator::generatePeers(300, 5, u"n"_qs, u"Net"_qs)), TrayState::Connected);
-        QCOMPARE(m_table->model()->rowCount(), 300);
-        m_search->setText(u"macbook"_qs);
-        QVERIFY(m_table->model()->rowCount() > 0);
-        for (int row = 0; row < m_table->model()->rowCount(); ++row) {
-            const QString name = nameAt(row);
-            const QString fqdn = m_table->model()->index(row, 0).data(Qt::ToolTipRole).toString();
-            QVERIFY(name.contains(u"macbook"_qs, Qt::CaseInsensitive) || fqdn.contains(u"macbook"_qs, Qt::CaseInsensitive));
-        }
     }
 };
 
