@@ -18,11 +18,21 @@ AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching()
 {
-    // Another instance is neither activated nor told; this one just leaves.
-    if (m_identity && !SingleInstance::claim(m_bus, *m_identity)) {
-        Q_EMIT terminateRequested();
+    if (!m_identity) {
+        startTray();
         return;
     }
+    SingleInstance::claim(m_bus, *m_identity, this, [this](bool ours) {
+        // Another instance is neither activated nor told; this one just leaves.
+        if (ours)
+            startTray();
+        else
+            Q_EMIT terminateRequested();
+    });
+}
+
+void AppDelegate::startTray()
+{
     m_statusItemController = std::make_unique<StatusItemController>(
         std::make_unique<SystemTrayStatusItem>(m_bus), DaemonClient(),
         [](const QUrl &url) { QDesktopServices::openUrl(url); });

@@ -22,9 +22,10 @@ public:
     AppDelegate(const std::optional<QString> &identity, const QDBusConnection &bus);
     ~AppDelegate() override;
 
+    /// Makes the controller, once no other instance turns out to run; returns at once.
     void applicationDidFinishLaunching();
 
-    /// Whether this instance runs the tray, once launching has finished.
+    /// Whether this instance runs the tray.
     bool isRunning() const { return m_statusItemController != nullptr; }
 
 Q_SIGNALS:
@@ -32,6 +33,8 @@ Q_SIGNALS:
     void terminateRequested();
 
 private:
+    void startTray();
+
     std::optional<QString> m_identity;
     QDBusConnection m_bus;
     std::unique_ptr<StatusItemController> m_statusItemController;

@@ -1,18 +1,36 @@
 #include "SingleInstance.h"
 
-#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QTimer>
 
 namespace Veltrane::SingleInstance {
 
-bool claim(const QDBusConnection &bus, const QString &identity)
+namespace {
+// RequestName's flag and answers, from the D-Bus specification.
+constexpr uint doNotQueue = 4;
+constexpr uint primaryOwner = 1;
+constexpr uint alreadyOwner = 4;
+} // namespace
+
+void claim(const QDBusConnection &bus, const QString &identity, QObject *context,
+           std::function<void(bool ours)> decided)
 {
-    QDBusConnectionInterface *daemon = bus.interface();
-    if (!bus.isConnected() || !daemon)
-        return true;
-    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
-        daemon->registerService(identity, QDBusConnectionInterface::DontQueueService,
-                                QDBusConnectionInterface::DontAllowReplacement);
-    return !reply.isValid() || reply.value() == QDBusConnectionInterface::ServiceRegistered;
+    if (!bus.isConnected()) {
+        QTimer::singleShot(0, context, [decided] { decided(true); });
+        return;
+    }
+    QDBusMessage request = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_qs, u"/org/freedesktop/DBus"_qs,
+                                                          u"org.freedesktop.DBus"_qs, u"RequestName"_qs);
+    request << identity << doNotQueue;
+    auto *call = new QDBusPendingCallWatcher(bus.asyncCall(request), context);
+    QObject::connect(call, &QDBusPendingCallWatcher::finished, context, [decided](QDBusPendingCallWatcher *finished) {
+        finished->deleteLater();
+        const QDBusPendingReply<uint> reply = *finished;
+        // A bus that cannot answer cannot tell of another instance either.
+        decided(reply.isError() || reply.value() == primaryOwner || reply.value() == alreadyOwner);
+    });
 }
 
 } // namespace Veltrane::SingleInstance
