@@ -87,14 +87,6 @@ private Q_SLOTS:
         QCOMPARE(dotColor(state), dot);
         QCOMPARE(headerPresentation(state), (HeaderPresentation{headerColor, headerText}));
     }
-
-    void componentsAreExactFractionsOf255()
-    {
-        const SrgbColor green = dotColor(TrayState::Connected);
-        QCOMPARE(green.redF(), 34.0 / 255.0);
-        QCOMPARE(green.redF(), 0.13333333333333333);
-        QCOMPARE(SrgbColor::alpha, 1.0);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestTrayState)
