@@ -1,9 +1,24 @@
 #include "Appearance.h"
 
+#include <QFontDatabase>
+
 namespace Veltrane::Appearance {
+
+QFont systemFont(int points, QFont::Weight weight)
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    font.setPixelSize(points);
+    font.setWeight(weight);
+    return font;
+}
 
 // The active group's colour even in a disabled widget: a menu row that only shows information is
 // disabled so that it cannot be chosen, not to be greyed out.
+QColor color(const SrgbColor &color, qreal alpha)
+{
+    return QColor::fromRgbF(float(color.redF()), float(color.greenF()), float(color.blueF()), float(alpha));
+}
+
 QColor labelColor(const QPalette &palette) { return palette.color(QPalette::Active, QPalette::WindowText); }
 
 QColor secondaryLabelColor(const QPalette &palette)

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "TrayState.h"
+
 #include <QColor>
+#include <QFont>
 #include <QPalette>
 
 namespace Veltrane {
@@ -8,6 +11,12 @@ namespace Veltrane {
 /// The few colours the tray's views use, derived from the palette they are drawn with, so menu
 /// rows follow the desktop's theme while the peers window stays dark.
 namespace Appearance {
+
+/// The system font at a size in points, which Qt calls device-independent pixels.
+QFont systemFont(int points, QFont::Weight weight = QFont::Normal);
+
+/// An sRGB colour of the presentation tables, as Qt paints it.
+QColor color(const SrgbColor &color, qreal alpha = SrgbColor::alpha);
 
 /// The colour of primary text, whether or not the widget is enabled.
 QColor labelColor(const QPalette &palette);

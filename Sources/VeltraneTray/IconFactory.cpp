@@ -1,11 +1,11 @@
 #include "IconFactory.h"
 
+#include "Appearance.h"
 #include "ApplicationBundle.h"
 #include "DrawnIconEngine.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFontDatabase>
 #include <QFontMetricsF>
 #include <QHash>
 #include <QPainter>
@@ -19,18 +19,13 @@ namespace {
 
 constexpr qreal glyphSide = 18;
 
-QColor toQColor(const SrgbColor &color, qreal alpha = SrgbColor::alpha)
-{
-    return QColor::fromRgbF(float(color.redF()), float(color.greenF()), float(color.blueF()), float(alpha));
-}
-
 // A thin dark ring keeps a light dot readable on a light panel and a dark one on a dark panel.
 void drawDot(QPainter &painter, const QRectF &rect, const SrgbColor &color)
 {
     QPainterPath path;
     path.addEllipse(rect);
-    painter.fillPath(path, toQColor(color));
-    painter.strokePath(path, QPen(toQColor({20, 20, 20}, 0.7), 0.8));
+    painter.fillPath(path, Appearance::color(color));
+    painter.strokePath(path, QPen(Appearance::color({20, 20, 20}, 0.7), 0.8));
 }
 
 // Drawn in an 18-point square, y downward.
@@ -38,11 +33,9 @@ void drawFallbackGlyph(QPainter &painter)
 {
     QPainterPath square;
     square.addRoundedRect(QRectF(0, 0, glyphSide, glyphSide).adjusted(1, 1, -1, -1), 4, 4);
-    painter.fillPath(square, toQColor({30, 41, 59}));
+    painter.fillPath(square, Appearance::color({30, 41, 59}));
 
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    font.setPixelSize(11);
-    font.setWeight(QFont::Bold);
+    const QFont font = Appearance::systemFont(11, QFont::Bold);
     const QString letter = u"V"_qs;
     const QFontMetricsF metrics(font);
     // The text's line box is centred in the whole square, as its measured width and height say.
@@ -111,23 +104,12 @@ namespace IconFactory {
 
 QString iconKey(TrayState state)
 {
-    switch (state) {
-    case TrayState::DaemonUnreachable:
-        return u"Daemon not running"_qs;
-    case TrayState::Stopped:
-        return u"Stopped"_qs;
-    case TrayState::LoggedOut:
-        return u"Signed out"_qs;
-    case TrayState::Connecting:
-        return u"Connecting\u2026"_qs;
-    case TrayState::NoNetwork:
-        return u"No active network"_qs;
-    case TrayState::Connected:
-        return u"Connected"_qs;
-    case TrayState::Error:
-        return u"Error"_qs;
-    }
-    Q_UNREACHABLE();
+    // Indexed by TrayState.
+    static constexpr std::array<const char16_t *, allTrayStates.size()> keys{
+        u"Daemon not running", u"Stopped", u"Signed out", u"Connecting\u2026",
+        u"No active network",  u"Connected", u"Error",
+    };
+    return QString::fromUtf16(keys[size_t(state)]);
 }
 
 QIcon statusIcon(TrayState state)

@@ -1,10 +1,10 @@
 #include "MenuViews.h"
 
+#include "Appearance.h"
 #include "ElidedLabel.h"
 #include "IconFactory.h"
 
 #include <QAction>
-#include <QFontDatabase>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -60,15 +60,6 @@ private:
 
 namespace {
 
-// Sizes are in points, which Qt calls device-independent pixels.
-QFont systemFont(int points, QFont::Weight weight)
-{
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    font.setPixelSize(points);
-    font.setWeight(weight);
-    return font;
-}
-
 // Frames are given from the bottom-left corner of the row; Qt measures from the top left.
 QRect fromBottomLeft(int rowHeight, int x, int y, int width, int height)
 {
@@ -115,10 +106,10 @@ MenuDeviceText MenuDeviceText::from(const QString &fqdn, const QString &ip, cons
 MenuHeaderView::MenuHeaderView(QWidget *parent)
     : QWidget(parent)
     , m_logoView(new LogoView(this))
-    , m_titleLabel(makeLabel(this, "titleLabel", ElidedLabel::Tone::Primary, systemFont(13, QFont::DemiBold),
+    , m_titleLabel(makeLabel(this, "titleLabel", ElidedLabel::Tone::Primary, Appearance::systemFont(13, QFont::DemiBold),
                              fromBottomLeft(52, 52, 27, 210, 17)))
     , m_dotView(new StateDotView(this))
-    , m_statusLabel(makeLabel(this, "statusLabel", ElidedLabel::Tone::Secondary, systemFont(11, QFont::Normal),
+    , m_statusLabel(makeLabel(this, "statusLabel", ElidedLabel::Tone::Secondary, Appearance::systemFont(11, QFont::Normal),
                               fromBottomLeft(52, 68, 9, 200, 15)))
     , m_titleAction(makeTextRow(this, IconFactory::logoIcon()))
     , m_statusAction(makeTextRow(this))
@@ -136,18 +127,17 @@ MenuHeaderView::MenuHeaderView(QWidget *parent)
 
 void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
 {
-    const SrgbColor &color = presentation.color;
-    m_dotView->setColor(QColor::fromRgbF(float(color.redF()), float(color.greenF()), float(color.blueF())));
+    m_dotView->setColor(Appearance::color(presentation.color));
     m_statusLabel->setText(presentation.text);
-    m_statusAction->setIcon(IconFactory::dotIcon(color));
+    m_statusAction->setIcon(IconFactory::dotIcon(presentation.color));
     m_statusAction->setText(dbusMenuLabel(presentation.text));
 }
 
 MenuDeviceView::MenuDeviceView(QWidget *parent)
     : QWidget(parent)
-    , m_nameLabel(makeLabel(this, "nameLabel", ElidedLabel::Tone::Primary, systemFont(12, QFont::Medium),
+    , m_nameLabel(makeLabel(this, "nameLabel", ElidedLabel::Tone::Primary, Appearance::systemFont(12, QFont::Medium),
                             fromBottomLeft(38, 14, 19, 252, 16)))
-    , m_detailLabel(makeLabel(this, "detailLabel", ElidedLabel::Tone::Secondary, systemFont(11, QFont::Normal),
+    , m_detailLabel(makeLabel(this, "detailLabel", ElidedLabel::Tone::Secondary, Appearance::systemFont(11, QFont::Normal),
                               fromBottomLeft(38, 14, 3, 252, 15)))
     , m_nameAction(makeTextRow(this))
     , m_detailAction(makeTextRow(this))

@@ -69,6 +69,31 @@ bool isSecondary(const ConnectableDeviceSnapshot &device, PeerListModel::Column 
     }
 }
 
+// The text of one cell, as the table shows it.
+QString cellText(const ConnectableDeviceSnapshot &device, PeerListModel::Column column)
+{
+    const auto &path = device.connectionStatus;
+    switch (column) {
+    case PeerListModel::DeviceColumn:
+        return device.displayName();
+    case PeerListModel::IpColumn:
+        return orEmpty(device.assignedIp);
+    case PeerListModel::StatusColumn:
+        if (!isOnline(device))
+            return u"offline"_qs;
+        return path && path->state ? *path->state : u"online"_qs;
+    case PeerListModel::PathColumn:
+        return path ? orEmpty(path->endpoint) : QString();
+    case PeerListModel::RttColumn:
+        if (path && path->roundTripTimeMilliseconds && *path->roundTripTimeMilliseconds > 0)
+            return formatMilliseconds(*path->roundTripTimeMilliseconds);
+        return {};
+    case PeerListModel::ColumnCount:
+        break;
+    }
+    return {};
+}
+
 } // namespace
 
 PeerListModel::PeerListModel(QObject *parent)
@@ -161,47 +186,17 @@ int PeerListModel::rowOfClientId(const QString &clientId) const
 
 QString PeerListModel::footerText(TrayState state)
 {
-    switch (state) {
-    case TrayState::DaemonUnreachable:
-        return u"Control plane: unreachable (daemon not running)"_qs;
-    case TrayState::Stopped:
-        return u"Control plane: suspended (veltrane stopped)"_qs;
-    case TrayState::LoggedOut:
-        return u"Control plane: awaiting sign-in"_qs;
-    case TrayState::Connecting:
-        return u"Control plane: connecting\u2026"_qs;
-    case TrayState::NoNetwork:
-        return u"Control plane: connected (no active network)"_qs;
-    case TrayState::Connected:
-        return u"Control plane: connected"_qs;
-    case TrayState::Error:
-        return u"Control plane: error"_qs;
-    }
-    Q_UNREACHABLE();
-}
-
-QString PeerListModel::cellText(const ConnectableDeviceSnapshot &device, Column column)
-{
-    const auto &path = device.connectionStatus;
-    switch (column) {
-    case DeviceColumn:
-        return device.displayName();
-    case IpColumn:
-        return orEmpty(device.assignedIp);
-    case StatusColumn:
-        if (!isOnline(device))
-            return u"offline"_qs;
-        return path && path->state ? *path->state : u"online"_qs;
-    case PathColumn:
-        return path ? orEmpty(path->endpoint) : QString();
-    case RttColumn:
-        if (path && path->roundTripTimeMilliseconds && *path->roundTripTimeMilliseconds > 0)
-            return formatMilliseconds(*path->roundTripTimeMilliseconds);
-        return {};
-    case ColumnCount:
-        break;
-    }
-    return {};
+    // Indexed by TrayState.
+    static constexpr std::array<const char16_t *, allTrayStates.size()> texts{
+        u"Control plane: unreachable (daemon not running)",
+        u"Control plane: suspended (veltrane stopped)",
+        u"Control plane: awaiting sign-in",
+        u"Control plane: connecting\u2026",
+        u"Control plane: connected (no active network)",
+        u"Control plane: connected",
+        u"Control plane: error",
+    };
+    return QString::fromUtf16(texts[size_t(state)]);
 }
 
 int PeerListModel::rowCount(const QModelIndex &parent) const

@@ -69,9 +69,6 @@ public:
     /// The line under the table for a tray state; it tells the control plane's state only.
     static QString footerText(TrayState state);
 
-    /// The text of one cell, as the table shows it.
-    static QString cellText(const ConnectableDeviceSnapshot &device, Column column);
-
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;

@@ -4,7 +4,6 @@
 #include "ElidedLabel.h"
 
 #include <QClipboard>
-#include <QFontDatabase>
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QHelpEvent>
@@ -46,13 +45,6 @@ protected:
     }
 };
 
-QFont systemFont(int points)
-{
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    font.setPixelSize(points);
-    return font;
-}
-
 QHBoxLayout *insetHorizontally(QWidget *widget, int inset)
 {
     auto *row = new QHBoxLayout;
@@ -69,9 +61,6 @@ PeersWindowController::PeersWindowController()
     , m_tableView(new QTableView)
     , m_footerLabel(new ElidedLabel(ElidedLabel::Tone::Secondary))
 {
-    m_footerLabel->setObjectName(u"footerLabel"_qs);
-    m_footerLabel->setFont(systemFont(11));
-
     m_window->setWindowTitle(u"Veltrane \u2014 Peers"_qs);
     m_window->resize(initialSize);
     m_window->setMinimumSize(640, 360);
@@ -102,7 +91,7 @@ void PeersWindowController::buildContent()
     m_tableView->setObjectName(u"tableView"_qs);
     m_tableView->setModel(&m_model);
     m_tableView->setItemDelegate(new PeerCellDelegate(m_tableView));
-    m_tableView->setFont(systemFont(12));
+    m_tableView->setFont(Appearance::systemFont(12));
     m_tableView->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tableView->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_tableView->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -111,7 +100,6 @@ void PeersWindowController::buildContent()
     m_tableView->setWordWrap(false);
     m_tableView->setShowGrid(false);
     m_tableView->setCornerButtonEnabled(false);
-    m_tableView->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     QHeaderView *rows = m_tableView->verticalHeader();
     rows->hide();
     rows->setMinimumSectionSize(0);
@@ -119,9 +107,7 @@ void PeersWindowController::buildContent()
     rows->setDefaultSectionSize(m_tableView->fontMetrics().height() + 8);
     QHeaderView *columns = m_tableView->horizontalHeader();
     columns->setMinimumSectionSize(50);
-    columns->setStretchLastSection(false);
     columns->setHighlightSections(false);
-    columns->setSectionsMovable(false);
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     for (int column = 0; column < PeerListModel::ColumnCount; ++column)
         columns->resizeSection(column, PeerListModel::columns[size_t(column)].width);
@@ -140,6 +126,8 @@ void PeersWindowController::buildContent()
     layout->setSpacing(8);
     layout->addLayout(insetHorizontally(m_searchField, 16));
     layout->addWidget(m_tableView, 1);
+    m_footerLabel->setObjectName(u"footerLabel"_qs);
+    m_footerLabel->setFont(Appearance::systemFont(11));
     m_footerLabel->setFixedHeight(16);
     layout->addLayout(insetHorizontally(m_footerLabel, 16));
 }

@@ -17,6 +17,13 @@ constexpr double startStopTimeoutSeconds = 15;
 constexpr double loginTimeoutSeconds = 70;
 constexpr double logoutTimeoutSeconds = 35;
 
+// The toggle's one rule, for its title and for the command it sends: "Disconnect" and "stop" unless
+// the last status says the daemon should not run, or there is none.
+bool wantsRunning(const std::optional<DaemonStatusSnapshot> &snapshot)
+{
+    return snapshot && snapshot->wantRunning != false;
+}
+
 // What a command's refusal says: the daemon's error text, or a fixed sentence without one.
 void notifyRefusal(const DaemonControlResponse &response, const QString &title, const QString &fallback)
 {
@@ -114,8 +121,7 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
     m_statusItem->setToolTip(u"Veltrane \u2014 "_qs + header.text);
 
     const bool reachable = state != TrayState::DaemonUnreachable;
-    const bool wantsRunning = snapshot && snapshot->wantRunning != false;
-    m_toggleItem->setText(reachable && wantsRunning ? u"Disconnect"_qs : u"Connect"_qs);
+    m_toggleItem->setText(reachable && wantsRunning(snapshot) ? u"Disconnect"_qs : u"Connect"_qs);
     m_toggleItem->setEnabled(reachable && !m_commandInFlight);
 
     const bool connected = state == TrayState::Connected;
@@ -157,8 +163,7 @@ void StatusItemController::onToggleConnect()
         Notify::show(u"Veltrane"_qs, u"The Veltrane daemon is not running."_qs);
         return;
     }
-    // The same choice as the row's title: "Disconnect" stops, "Connect" starts.
-    const bool stop = m_lastSnapshot && m_lastSnapshot->wantRunning != false;
+    const bool stop = wantsRunning(m_lastSnapshot);
     const QString failureTitle = stop ? u"Disconnect failed"_qs : u"Connect failed"_qs;
     runCommand(stop ? u"stop"_qs : u"start"_qs, startStopTimeoutSeconds, [failureTitle](const DaemonControlResponse &response) {
         if (!response.succeeded())

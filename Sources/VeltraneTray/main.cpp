@@ -20,7 +20,8 @@ int main(int argc, char *argv[])
         QGuiApplication::setDesktopFileName(*identity);
 
     const QDBusConnection bus = QDBusConnection::sessionBus();
-    Notify::install(identity, std::make_shared<FreedesktopNotificationCenter>(bus, identity.value_or(QString())));
+    // Without an identity notices go to the log, and no notification service is needed.
+    Notify::install(identity, identity ? std::make_shared<FreedesktopNotificationCenter>(bus, *identity) : nullptr);
     AppDelegate delegate(identity, bus);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);
