@@ -80,8 +80,9 @@ private:
     QStringList m_notices;
 };
 
-// The desktop's side of the bus, on a thread and connection of its own, so the test's blocking
-// calls never keep it from answering. The panel comes up with it, or later by startPanel().
+// The desktop's side of the bus, on a thread of its own, so the test's blocking calls never keep
+// it from answering. The notification server is there from the start; the panel comes up with it,
+// or later by startPanel(), and can be replaced by another (a restarted panel) on a new connection.
 class Desktop : public QThread
 {
 public:
@@ -97,11 +98,10 @@ public:
         wait();
     }
 
+    /// Brings the panel up, or replaces the running one: the watcher's name gets a new owner.
     void startPanel()
     {
-        QMetaObject::invokeMethod(
-            watcher, [this] { publish(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs, watcher); },
-            Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(watcher, [this] { publishPanel(); }, Qt::BlockingQueuedConnection);
     }
 
     FakeStatusNotifierWatcher *watcher = nullptr;
@@ -115,28 +115,71 @@ protected:
         FakeNotificationServer server;
         watcher = &panel;
         notifications = &server;
-        publish(u"org.freedesktop.Notifications"_qs, u"/org/freedesktop/Notifications"_qs, notifications);
+        publish(u"desktop"_qs, u"org.freedesktop.Notifications"_qs, u"/org/freedesktop/Notifications"_qs, notifications);
         if (m_withPanel)
-            publish(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs, watcher);
+            publishPanel();
         m_ready.release();
         exec();
-        QDBusConnection bus(u"desktop"_qs);
-        bus.unregisterObject(u"/StatusNotifierWatcher"_qs);
-        bus.unregisterObject(u"/org/freedesktop/Notifications"_qs);
-        QDBusConnection::disconnectFromBus(u"desktop"_qs);
+        for (int i = 0; i <= m_panels; ++i)
+            QDBusConnection::disconnectFromBus(connectionName(i));
     }
 
 private:
-    static void publish(const QString &service, const QString &path, QObject *object)
+    static QString connectionName(int panel) { return panel == 0 ? u"desktop"_qs : u"panel-%1"_qs.arg(panel); }
+
+    void publishPanel()
     {
-        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"desktop"_qs);
+        if (m_panels > 0)
+            QDBusConnection::disconnectFromBus(connectionName(m_panels)); // the old panel goes away
+        publish(connectionName(++m_panels), u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs, watcher);
+    }
+
+    static void publish(const QString &connection, const QString &service, const QString &path, QObject *object)
+    {
+        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, connection);
         bus.registerObject(path, object, QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties);
         if (!bus.registerService(service))
             qFatal("cannot own %s", qPrintable(service));
     }
 
     bool m_withPanel;
+    int m_panels = 0;
     QSemaphore m_ready;
+};
+
+// Every message one connection sends, as dbus-monitor sees it on the bus: "type member" lines.
+class BusMonitor
+{
+public:
+    explicit BusMonitor(const QString &sender)
+        : m_sender(sender)
+    {
+        m_process.start(u"dbus-monitor"_qs, {u"--session"_qs, u"--profile"_qs, u"sender='%1'"_qs.arg(sender)});
+        // Once it is a monitor, the bus takes its name away: from then on it sees everything.
+        QTRY_VERIFY_WITH_TIMEOUT(m_output.append(m_process.readAllStandardOutput()).contains("\tNameLost"), 5000);
+    }
+    ~BusMonitor()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    QStringList messages()
+    {
+        m_output.append(m_process.readAllStandardOutput());
+        QStringList messages;
+        for (const QByteArray &line : m_output.split('\n')) {
+            const QList<QByteArray> fields = line.split('\t');
+            if (fields.size() > 3 && fields[3] == m_sender.toUtf8())
+                messages.append(QString::fromUtf8(fields[0] + ' ' + fields.last()));
+        }
+        return messages;
+    }
+
+private:
+    QString m_sender;
+    QProcess m_process;
+    QByteArray m_output;
 };
 
 struct MenuNode {
@@ -245,6 +288,42 @@ private:
 
     QString menuPath() const { return qvariant_cast<QDBusObjectPath>(itemProperty(u"Menu"_qs)).path(); }
 
+    // The sizes of the icon's images, as a host reads them.
+    QList<int> iconSizes() const
+    {
+        QList<int> sizes;
+        const QDBusArgument argument = qvariant_cast<QDBusArgument>(itemProperty(u"IconPixmap"_qs));
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            int width = 0, height = 0;
+            QByteArray argb;
+            argument.beginStructure();
+            argument >> width >> height >> argb;
+            argument.endStructure();
+            sizes.append(argb.size() == 4 * width * height ? width : -1);
+        }
+        argument.endArray();
+        return sizes;
+    }
+
+    qsizetype statusRequests() const { return m_server->requestsReceived().count("{\"command\":\"get_status\"}"); }
+
+    void startDaemon(const SimulatedDaemon::Options &options)
+    {
+        m_daemon = std::make_unique<SimulatedDaemon>(options);
+        m_server = std::make_unique<SimulatorServer>(*m_daemon);
+        QCOMPARE(m_server->listen(daemonDirectory() + u"/daemon.sock"_qs), std::nullopt);
+    }
+
+    // Whether X shows a window of the app's other than the peers window: the menu Qt draws itself.
+    static bool qtMenuShown()
+    {
+        QProcess search;
+        search.start(u"xdotool"_qs, {u"search"_qs, u"--onlyvisible"_qs, u"--classname"_qs, u"veltrane-tray"_qs});
+        search.waitForFinished();
+        return !search.readAllStandardOutput().trimmed().isEmpty();
+    }
+
     QList<MenuNode> menu() const
     {
         const QDBusMessage reply =
@@ -334,11 +413,26 @@ private Q_SLOTS:
                 + QStringList{rule, u"Quit Veltrane"_qs};
         };
 
-        // No daemon yet.
+        // No daemon yet. The item is a menu, named for the product, with an icon for every host.
         QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher->items().size(), 1, patience);
         QTRY_COMPARE_WITH_TIMEOUT(rows(), menu(u"Disconnected"_qs, {u"(off) Connect"_qs}), patience);
         QCOMPARE(toolTipTitle(), u"Veltrane \u2014 Disconnected"_qs);
         QCOMPARE(dotColour(), QColor(239, 68, 68));
+        QCOMPARE(itemProperty(u"Id"_qs).toString(), u"net.veltrane.tray"_qs);
+        QCOMPARE(itemProperty(u"Title"_qs).toString(), u"Veltrane"_qs);
+        QCOMPARE(itemProperty(u"Category"_qs).toString(), u"ApplicationStatus"_qs);
+        QCOMPARE(itemProperty(u"Status"_qs).toString(), u"Active"_qs);
+        QCOMPARE(itemProperty(u"ItemIsMenu"_qs).toBool(), true);
+        QCOMPARE(itemProperty(u"IconName"_qs).toString(), QString());
+        QCOMPARE(iconSizes(), (QList<int>{16, 22, 24, 32, 44, 48, 64, 96, 128}));
+
+        // A host that calls Activate anyway gets the menu, drawn by Qt where the click was.
+        QVERIFY(!qtMenuShown());
+        QCOMPARE(callItem(u"/StatusNotifierItem"_qs, u"org.kde.StatusNotifierItem"_qs, u"Activate"_qs, {40, 40}).type(),
+                 QDBusMessage::ReplyMessage);
+        QTRY_VERIFY_WITH_TIMEOUT(qtMenuShown(), patience);
+        QProcess::execute(u"xdotool"_qs, {u"key"_qs, u"Escape"_qs});
+        QTRY_VERIFY_WITH_TIMEOUT(!qtMenuShown(), patience);
 
         // The daemon comes up, stopped and signed out.
         SimulatedDaemon::Options options;
@@ -346,9 +440,7 @@ private Q_SLOTS:
         options.session = SimulatedDaemon::Session::SignedOut;
         options.loginDelaySeconds = -1;
         options.connectDelaySeconds = 0.5;
-        m_daemon = std::make_unique<SimulatedDaemon>(options);
-        m_server = std::make_unique<SimulatorServer>(*m_daemon);
-        QCOMPARE(m_server->listen(daemonDirectory() + u"/daemon.sock"_qs), std::nullopt);
+        startDaemon(options);
         QTRY_COMPARE_WITH_TIMEOUT(rows(), menu(u"Disconnected"_qs, {u"Connect"_qs}), patience);
         QCOMPARE(dotColour(), QColor(100, 116, 139));
 
@@ -363,10 +455,15 @@ private Q_SLOTS:
         QVERIFY(links.open(QIODevice::ReadOnly));
         QVERIFY(links.readAll().startsWith("https://login.veltrane.example/a/VLT-"));
         m_daemon->approveLogin();
-        const QStringList connected{u"Disconnect"_qs, u"(off) maria-workstation.acme-engineering.veltrane.net"_qs,
-                                    u"(off) 100.64.0.1 \u00b7 maria.lopez@acme.example"_qs, u"Peers\u2026"_qs,
-                                    u"Log out"_qs};
-        QTRY_COMPARE_WITH_TIMEOUT(rows(), menu(u"Connected"_qs, connected), patience);
+        QTRY_COMPARE_WITH_TIMEOUT(rows().value(1), u"(off) Connected"_qs, patience);
+        // The DNS name is shortened in the middle to the row's width, as the device row draws it.
+        QStringList shown = rows();
+        const QString name = shown.takeAt(4);
+        QVERIFY2(name.startsWith(u"(off) maria-workstation."_qs) && name.contains(u'\u2026')
+                     && name.endsWith(u"veltrane.net"_qs),
+                 qPrintable(name));
+        QCOMPARE(shown, menu(u"Connected"_qs, {u"Disconnect"_qs, u"(off) 100.64.0.1 \u00b7 maria.lopez@acme.example"_qs,
+                                               u"Peers\u2026"_qs, u"Log out"_qs}));
         QCOMPARE(toolTipTitle(), u"Veltrane \u2014 Connected"_qs);
         QCOMPARE(dotColour(), QColor(34, 197, 94));
 
@@ -383,11 +480,11 @@ private Q_SLOTS:
         click(u"Disconnect"_qs);
         QTRY_COMPARE_WITH_TIMEOUT(rows(), menu(u"Disconnected"_qs, {u"Connect"_qs}), patience);
 
-        // Daemon text shows as typed: "_" and "&" are escaped for the panel.
+        // Daemon text shows as typed: "_" is escaped for the panel, "&" means nothing there.
         m_server->setScriptedReply("{\"success\":true,\"status\":{\"membershipState\":\"membership_active\","
                                    "\"selfFqdn\":\"build_box & co\",\"assignedIp\":\"100.64.0.2\"}}\n");
         m_server->setFault(Fault::Scripted, u"get_status"_qs);
-        QTRY_VERIFY_WITH_TIMEOUT(rows().contains(u"(off) build__box _& co"_qs), patience);
+        QTRY_VERIFY_WITH_TIMEOUT(rows().contains(u"(off) build__box & co"_qs), patience);
 
         QCOMPARE(m_desktop->notifications->notices(),
                  (QStringList{u"Sign-in \u2014 Complete the sign-in in your browser. Veltrane will pick up the "
@@ -400,8 +497,9 @@ private Q_SLOTS:
         QCOMPARE(app->exitCode(), 0);
     }
 
-    // Autostarted before the panel: the item appears once the panel does.
-    void appearsWhenThePanelComesLate()
+    // Autostarted before the panel: the item appears once the panel does, and registers again
+    // with a panel that replaces it.
+    void registersWithEveryPanel()
     {
         m_desktop = std::make_unique<Desktop>(false);
         QProcess *app = launchApp();
@@ -410,6 +508,38 @@ private Q_SLOTS:
         m_desktop->startPanel();
         QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher->items().size(), 1, patience);
         QTRY_COMPARE_WITH_TIMEOUT(toolTipTitle(), u"Veltrane \u2014 Disconnected"_qs, patience);
+
+        m_desktop->startPanel();
+        QTRY_COMPARE_WITH_TIMEOUT(m_desktop->watcher->items().size(), 2, patience);
+        QCOMPARE(m_desktop->watcher->items().value(1), m_desktop->watcher->items().value(0));
+        QCOMPARE(toolTipTitle(), u"Veltrane \u2014 Disconnected"_qs);
+    }
+
+    // A poll that changes nothing sends nothing; a change of state sends one icon change, one
+    // tooltip change and one menu update.
+    void sendsOnlyWhatChanged()
+    {
+        m_desktop = std::make_unique<Desktop>(true);
+        SimulatedDaemon::Options options;
+        options.connectDelaySeconds = 0;
+        startDaemon(options);
+        launchApp();
+        QTRY_COMPARE_WITH_TIMEOUT(rows().value(1), u"(off) Connected"_qs, patience);
+
+        BusMonitor monitor(m_desktop->watcher->items().value(0));
+        const qsizetype served = statusRequests();
+        QTRY_VERIFY_WITH_TIMEOUT(statusRequests() >= served + 3, 4 * patience);
+        QCOMPARE(monitor.messages(), QStringList());
+
+        m_server->setScriptedReply("{\"success\":true,\"status\":{\"wantRunning\":true,"
+                                   "\"membershipState\":\"no_active_memberships\"}}\n");
+        m_server->setFault(Fault::Scripted, u"get_status"_qs);
+        const QStringList oneChange{u"sig NewIcon"_qs, u"sig NewToolTip"_qs, u"sig ItemsPropertiesUpdated"_qs};
+        QTRY_COMPARE_WITH_TIMEOUT(monitor.messages(), oneChange, patience);
+        const qsizetype changed = statusRequests();
+        QTRY_VERIFY_WITH_TIMEOUT(statusRequests() >= changed + 2, 3 * patience);
+        QCOMPARE(monitor.messages(), oneChange);
+        QCOMPARE(toolTipTitle(), u"Veltrane \u2014 Connected, no network"_qs);
     }
 };
 

@@ -1,8 +1,8 @@
 #include "AppDelegate.h"
 
+#include "ApplicationIdentity.h"
 #include "SingleInstance.h"
 #include "StatusItemController.h"
-#include "SystemTrayStatusItem.h"
 
 #include <QDesktopServices>
 
@@ -34,7 +34,8 @@ void AppDelegate::applicationDidFinishLaunching()
 void AppDelegate::startTray()
 {
     m_statusItemController = std::make_unique<StatusItemController>(
-        std::make_unique<SystemTrayStatusItem>(m_bus), DaemonClient(),
+        // A bare executable shows under the product's id too: panels keep their settings by it.
+        createStatusItem(m_bus, m_identity.value_or(QString::fromLatin1(ApplicationIdentity::id))), DaemonClient(),
         [](const QUrl &url) { QDesktopServices::openUrl(url); });
     connect(m_statusItemController.get(), &StatusItemController::quitRequested, this, &AppDelegate::terminateRequested);
 }

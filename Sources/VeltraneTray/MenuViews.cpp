@@ -75,6 +75,13 @@ ElidedLabel *makeLabel(QWidget *row, const char *name, ElidedLabel::Tone tone, c
     return label;
 }
 
+// A label's text as its widget draws it, for an action that must show it as typed: Qt reads "&" in
+// an action's text as the mark of a keyboard shortcut.
+QString actionText(const ElidedLabel *label)
+{
+    return label->displayedText().replace(u'&', u"&&"_qs);
+}
+
 QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
 {
     auto *action = new QAction(icon, QString(), owner);
@@ -83,15 +90,6 @@ QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
 }
 
 } // namespace
-
-QString dbusMenuLabel(const QString &text)
-{
-    QString label = text;
-    label.replace(u'_', u"__"_qs);
-    if (const qsizetype ampersand = label.indexOf(u'&'); ampersand >= 0)
-        label.insert(ampersand, u'&');
-    return label;
-}
 
 MenuDeviceText MenuDeviceText::from(const QString &fqdn, const QString &ip, const QString &owner)
 {
@@ -120,9 +118,8 @@ MenuHeaderView::MenuHeaderView(QWidget *parent)
     m_dotView->setObjectName(u"dotView"_qs);
     m_dotView->setGeometry(fromBottomLeft(52, 54, 13, 8, 8));
 
-    const QString title = u"Veltrane"_qs;
-    m_titleLabel->setText(title);
-    m_titleAction->setText(dbusMenuLabel(title));
+    m_titleLabel->setText(u"Veltrane"_qs);
+    m_titleAction->setText(actionText(m_titleLabel));
 }
 
 void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
@@ -130,7 +127,7 @@ void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
     m_dotView->setColor(Appearance::color(presentation.color));
     m_statusLabel->setText(presentation.text);
     m_statusAction->setIcon(IconFactory::dotIcon(presentation.color));
-    m_statusAction->setText(dbusMenuLabel(presentation.text));
+    m_statusAction->setText(actionText(m_statusLabel));
 }
 
 MenuDeviceView::MenuDeviceView(QWidget *parent)
@@ -153,9 +150,9 @@ void MenuDeviceView::setDevice(const QString &fqdn, const QString &ip, const QSt
     m_nameLabel->setToolTip(text.nameToolTip);
     m_detailLabel->setToolTip(text.detailToolTip);
 
-    // D-Bus menus have no tooltips: the text form carries the two lines only.
-    m_nameAction->setText(dbusMenuLabel(text.name));
-    m_detailAction->setText(dbusMenuLabel(text.detail));
+    // Exported menus have no tooltips: the text form carries the two lines only.
+    m_nameAction->setText(actionText(m_nameLabel));
+    m_detailAction->setText(actionText(m_detailLabel));
 }
 
 } // namespace Veltrane

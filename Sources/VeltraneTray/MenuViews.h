@@ -13,11 +13,6 @@ class ElidedLabel;
 class LogoView;
 class StateDotView;
 
-/// `text` as a DBusMenu label that a host shows exactly as typed. DBusMenu reads "_" as the mark of
-/// a mnemonic ("__" is a literal one), and Qt exports the first "&" of a label as that mark ("&&"
-/// becomes "_&", a literal "&"): a host name such as "build_box" would otherwise lose its "_".
-QString dbusMenuLabel(const QString &text);
-
 /// The texts of the device row, worked out in one place for both of its forms.
 struct MenuDeviceText {
     QString name;          ///< the DNS name, or "This device" when it is empty
@@ -31,10 +26,10 @@ struct MenuDeviceText {
 /// The first row of the status menu: the logo, the title "Veltrane", and under the title a state
 /// dot and the state's text. 280 × 52 points.
 ///
-/// The row exists in two forms kept in step: this widget, for menus Qt draws itself, and
-/// `textForm()`, plain disabled actions with an icon and a text, for menus a tray host draws
-/// from their DBusMenu export, which cannot show widgets. Texts in that form are escaped so that
-/// the host shows them as typed (see `dbusMenuLabel`).
+/// The row exists in two forms kept in step: this widget, and `textForm()`, plain disabled actions
+/// with an icon and a text, for menus that the platform or a tray host draws, which cannot show
+/// widgets. The text form carries each label's text as the widget draws it, shortened in the
+/// middle to the label's width, with "&" escaped so that it shows as typed.
 class MenuHeaderView : public QWidget
 {
     Q_OBJECT

@@ -7,7 +7,6 @@
 
 #include <QMenu>
 #include <QUrl>
-#include <QWidgetAction>
 
 namespace Veltrane {
 
@@ -31,12 +30,6 @@ void notifyRefusal(const DaemonControlResponse &response, const QString &title, 
 }
 
 } // namespace
-
-void StatusItemController::Row::setVisible(bool visible) const
-{
-    for (QAction *action : actions)
-        action->setVisible(visible);
-}
 
 StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client,
                                            UrlOpener openUrl)
@@ -65,29 +58,15 @@ StatusItemController::~StatusItemController() = default;
 // rows are shown and hidden, never added later.
 void StatusItemController::buildMenu()
 {
-    m_headerRow = addViewRow(m_headerView.get(), m_headerView->textForm());
+    m_menu->addActions(m_headerView->textForm());
     m_menu->addSeparator();
     m_toggleItem = addCommandRow(u"Connect"_qs, &StatusItemController::onToggleConnect);
-    m_deviceRow = addViewRow(m_deviceView.get(), m_deviceView->textForm());
+    m_menu->addActions(m_deviceView->textForm());
     m_peersItem = addCommandRow(u"Peers\u2026"_qs, &StatusItemController::onShowPeers);
     m_loginItem = addCommandRow(u"Log in\u2026"_qs, &StatusItemController::onLogin);
     m_logoutItem = addCommandRow(u"Log out"_qs, &StatusItemController::onLogout);
     m_menu->addSeparator();
     addCommandRow(u"Quit Veltrane"_qs, &StatusItemController::onQuit)->setShortcut(QKeySequence::Quit);
-}
-
-StatusItemController::Row StatusItemController::addViewRow(QWidget *view, const QList<QAction *> &textForm)
-{
-    if (!m_statusItem->menuShowsWidgets()) {
-        m_menu->addActions(textForm);
-        return {textForm};
-    }
-    // The widget stays the controller's: a widget action only keeps a guarded pointer to it.
-    auto *row = new QWidgetAction(m_menu.get());
-    row->setDefaultWidget(view);
-    row->setEnabled(false);
-    m_menu->addAction(row);
-    return {{row}};
 }
 
 QAction *StatusItemController::addCommandRow(const QString &title, void (StatusItemController::*action)())
@@ -125,7 +104,8 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
     m_toggleItem->setEnabled(reachable && !m_commandInFlight);
 
     const bool connected = state == TrayState::Connected;
-    m_deviceRow.setVisible(connected);
+    for (QAction *line : m_deviceView->textForm())
+        line->setVisible(connected);
     if (connected && snapshot) {
         const std::optional<QString> &owner = snapshot->isTagged == true ? snapshot->ownerTag : snapshot->userEmail;
         m_deviceView->setDevice(snapshot->selfFqdn.value_or(QString()), snapshot->assignedIp.value_or(QString()),

@@ -57,14 +57,7 @@ Q_SIGNALS:
     void quitRequested();
 
 private:
-    /// One row of the menu in the form the status item shows: a widget row, or its text lines.
-    struct Row {
-        QList<QAction *> actions;
-        void setVisible(bool visible) const;
-    };
-
     void buildMenu();
-    Row addViewRow(QWidget *view, const QList<QAction *> &textForm);
     QAction *addCommandRow(const QString &title, void (StatusItemController::*action)());
     void poll();
     void applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state);
@@ -77,9 +70,7 @@ private:
     std::unique_ptr<MenuHeaderView> m_headerView;
     std::unique_ptr<MenuDeviceView> m_deviceView;
     std::unique_ptr<StatusItem> m_statusItem;
-    Row m_headerRow;
     QAction *m_toggleItem = nullptr;
-    Row m_deviceRow;
     QAction *m_peersItem = nullptr;
     QAction *m_loginItem = nullptr;
     QAction *m_logoutItem = nullptr;

@@ -5,31 +5,28 @@
 
 namespace Veltrane {
 
-/// Tells when a panel can show a StatusNotifierItem: a StatusNotifierWatcher is on the session
-/// bus and a tray host has registered with it.
-///
-/// Qt looks for such a host once per process, when the first tray icon is made, and without one
-/// falls back for good to an XEmbed icon that today's panels never show; so the tray icon must not
-/// be made before this says yes. Nothing here blocks: every question to the bus is asynchronous.
+/// Tells whenever a panel's StatusNotifierWatcher is there to register with: once at start when
+/// one already runs, then every time the watcher's name gets a new owner (a panel that starts
+/// late, restarts, or is replaced), since a new watcher knows none of the items the old one had.
+/// Nothing here blocks: the one question to the bus is asynchronous.
 class StatusNotifierWatch : public QObject
 {
     Q_OBJECT
 
 public:
+    static inline const QString watcherService = u"org.kde.StatusNotifierWatcher"_qs;
+    static inline const QString watcherPath = u"/StatusNotifierWatcher"_qs;
+
     explicit StatusNotifierWatch(const QDBusConnection &bus, QObject *parent = nullptr);
 
-    bool isHostAvailable() const { return m_hostAvailable; }
-
 Q_SIGNALS:
-    /// Emitted once, when a host is first seen.
-    void hostAvailable();
-
-private Q_SLOTS:
-    void askWhetherHostRegistered();
+    /// A watcher is on the bus under `owner`, its unique connection name.
+    void watcherAppeared(const QString &owner);
 
 private:
-    QDBusConnection m_bus;
-    bool m_hostAvailable = false;
+    void ownerSeen(const QString &owner);
+
+    QString m_owner; // the last owner told of: the start-up question and the watch may both see it
 };
 
 } // namespace Veltrane

@@ -1,0 +1,307 @@
+#include "DBusMenuExporter.h"
+
+#include <QAction>
+#include <QBuffer>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QMenu>
+
+namespace Veltrane {
+
+namespace {
+
+const QString unknownIdError = u"com.canonical.dbusmenu.Error.UnknownId"_qs;
+
+// Menu icons are drawn at 16 pixels by every host we know; a larger image would be shown larger.
+constexpr int menuIconSide = 16;
+
+// DBusMenu spells modifiers by name and keys as X key names ("q", "plus").
+DBusMenuShortcut shortcutOf(const QKeySequence &sequence)
+{
+    static constexpr std::pair<Qt::KeyboardModifier, const char16_t *> modifiers[] = {
+        {Qt::MetaModifier, u"Super"}, {Qt::ControlModifier, u"Control"}, {Qt::AltModifier, u"Alt"},
+        {Qt::ShiftModifier, u"Shift"}, {Qt::KeypadModifier, u"Num"}};
+    DBusMenuShortcut shortcut;
+    for (int i = 0; i < sequence.count(); ++i) {
+        const QKeyCombination combination = sequence[i];
+        QStringList tokens;
+        for (const auto &[modifier, name] : modifiers) {
+            if (combination.keyboardModifiers() & modifier)
+                tokens.append(QString::fromUtf16(name));
+        }
+        QString key = QKeySequence(combination.key()).toString(QKeySequence::PortableText);
+        if (key == u"+"_qs)
+            key = u"plus"_qs;
+        else if (key == u"-"_qs)
+            key = u"minus"_qs;
+        else if (key.size() == 1)
+            key = key.toLower();
+        tokens.append(key);
+        shortcut.append(tokens);
+    }
+    return shortcut;
+}
+
+QVariantMap filtered(const QVariantMap &properties, const QStringList &names)
+{
+    if (names.isEmpty())
+        return properties;
+    QVariantMap kept;
+    for (const QString &name : names) {
+        if (const auto found = properties.constFind(name); found != properties.cend())
+            kept.insert(name, *found);
+    }
+    return kept;
+}
+
+} // namespace
+
+QString dbusMenuLabel(const QString &actionText)
+{
+    QString label;
+    label.reserve(actionText.size() + 4);
+    for (qsizetype i = 0; i < actionText.size(); ++i) {
+        const QChar c = actionText[i];
+        if (c == u'_') {
+            label += u"__"_qs;
+        } else if (c == u'&') {
+            // "&&" is a literal "&"; "&x" marks x; a lone "&" at the end is dropped, as Qt does.
+            if (i + 1 < actionText.size() && actionText[i + 1] == u'&') {
+                label += u'&';
+                ++i;
+            } else if (i + 1 < actionText.size()) {
+                label += u'_';
+            }
+        } else {
+            label += c;
+        }
+    }
+    return label;
+}
+
+DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)
+    : QObject(parent)
+    , m_menu(menu)
+{
+    m_sendTimer.setSingleShot(true);
+    m_sendTimer.setInterval(0);
+    connect(&m_sendTimer, &QTimer::timeout, this, &DBusMenuExporter::sendChanges);
+    numberActions();
+    m_menu->installEventFilter(this);
+}
+
+QString DBusMenuExporter::textDirection() const
+{
+    return QGuiApplication::layoutDirection() == Qt::RightToLeft ? u"rtl"_qs : u"ltr"_qs;
+}
+
+bool DBusMenuExporter::eventFilter(QObject *watched, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::ActionAdded:
+    case QEvent::ActionRemoved:
+        m_layoutChanged = true;
+        m_sendTimer.start();
+        break;
+    case QEvent::ActionChanged:
+        m_sendTimer.start();
+        break;
+    default:
+        break;
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+// Actions keep their ids for as long as they stay in the menu; new ones get the next free id.
+void DBusMenuExporter::numberActions()
+{
+    QHash<const QAction *, int> ids;
+    QHash<int, Exported> exported;
+    const QList<QAction *> actions = m_menu->actions();
+    for (QAction *action : actions) {
+        int id = m_ids.value(action);
+        if (id == 0)
+            id = m_nextId++;
+        ids.insert(action, id);
+        exported.insert(id, m_exported.value(id));
+    }
+    m_ids.swap(ids);
+    m_exported.swap(exported);
+    for (QAction *action : actions)
+        m_exported[m_ids.value(action)].properties = propertiesOf(action);
+}
+
+QAction *DBusMenuExporter::actionOf(int id) const
+{
+    for (QAction *action : m_menu->actions()) {
+        if (m_ids.value(action) == id)
+            return action;
+    }
+    return nullptr;
+}
+
+QByteArray DBusMenuExporter::iconPngOf(QAction *action)
+{
+    // An icon is encoded once, not at every poll that sets the same icon again.
+    Exported &exported = m_exported[m_ids.value(action)];
+    const QIcon icon = action->icon();
+    if (icon.cacheKey() != exported.iconKey) {
+        exported.iconKey = icon.cacheKey();
+        exported.iconPng.clear();
+        QBuffer buffer(&exported.iconPng);
+        buffer.open(QIODevice::WriteOnly);
+        icon.pixmap(QSize(menuIconSide, menuIconSide), 1.0).save(&buffer, "PNG");
+    }
+    return exported.iconPng;
+}
+
+// "enabled" and "visible" are always sent, not only when they differ from their defaults: a host
+// that misses a removal would otherwise keep a row hidden or greyed.
+QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
+{
+    QVariantMap properties;
+    properties.insert(u"visible"_qs, action->isVisible());
+    if (action->isSeparator()) {
+        properties.insert(u"type"_qs, u"separator"_qs);
+        return properties;
+    }
+    properties.insert(u"label"_qs, dbusMenuLabel(action->text()));
+    properties.insert(u"enabled"_qs, action->isEnabled());
+    if (!action->icon().isNull())
+        properties.insert(u"icon-data"_qs, iconPngOf(action));
+    if (!action->shortcut().isEmpty())
+        properties.insert(u"shortcut"_qs, QVariant::fromValue(shortcutOf(action->shortcut())));
+    return properties;
+}
+
+void DBusMenuExporter::sendChanges()
+{
+    if (m_layoutChanged) {
+        m_layoutChanged = false;
+        numberActions();
+        Q_EMIT LayoutUpdated(++m_revision, 0);
+        return; // the host reads the whole layout again
+    }
+
+    DBusMenuItemList updated;
+    DBusMenuItemKeysList removed;
+    for (QAction *action : m_menu->actions()) {
+        const int id = m_ids.value(action);
+        const QVariantMap now = propertiesOf(action);
+        QVariantMap &before = m_exported[id].properties;
+        if (now == before)
+            continue;
+        DBusMenuItem changes{id, {}};
+        for (auto it = now.cbegin(); it != now.cend(); ++it) {
+            if (before.value(it.key()) != it.value())
+                changes.properties.insert(it.key(), it.value());
+        }
+        QStringList gone;
+        for (auto it = before.cbegin(); it != before.cend(); ++it) {
+            if (!now.contains(it.key()))
+                gone.append(it.key());
+        }
+        if (!changes.properties.isEmpty())
+            updated.append(changes);
+        if (!gone.isEmpty())
+            removed.append({id, gone});
+        before = now;
+    }
+    if (!updated.isEmpty() || !removed.isEmpty())
+        Q_EMIT ItemsPropertiesUpdated(updated, removed);
+}
+
+bool DBusMenuExporter::rejectUnknown(int id)
+{
+    if (id == 0 || actionOf(id))
+        return false;
+    if (calledFromDBus())
+        sendErrorReply(unknownIdError, u"No menu item has the id %1"_qs.arg(id));
+    return true;
+}
+
+DBusMenuLayoutItem DBusMenuExporter::nodeOf(int id, int depth, const QStringList &propertyNames)
+{
+    if (id != 0)
+        return {id, filtered(propertiesOf(actionOf(id)), propertyNames), {}};
+    DBusMenuLayoutItem root{0, filtered({{u"children-display"_qs, u"submenu"_qs}}, propertyNames), {}};
+    if (depth == 0)
+        return root;
+    for (QAction *action : m_menu->actions())
+        root.children.append(nodeOf(m_ids.value(action), depth - 1, propertyNames));
+    return root;
+}
+
+uint DBusMenuExporter::GetLayout(int parentId, int recursionDepth, const QStringList &propertyNames,
+                                 DBusMenuLayoutItem &layout)
+{
+    if (!rejectUnknown(parentId))
+        layout = nodeOf(parentId, recursionDepth, propertyNames);
+    return m_revision;
+}
+
+DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int> &ids, const QStringList &propertyNames)
+{
+    // Unknown ids are left out rather than failing the whole group.
+    DBusMenuItemList items;
+    for (const int id : ids) {
+        if (QAction *action = actionOf(id))
+            items.append({id, filtered(propertiesOf(action), propertyNames)});
+    }
+    return items;
+}
+
+QDBusVariant DBusMenuExporter::GetProperty(int id, const QString &name)
+{
+    if (rejectUnknown(id))
+        return {};
+    const QVariant value = nodeOf(id, 0, {name}).properties.value(name);
+    if (!value.isValid())
+        sendErrorReply(QDBusError::InvalidArgs, u"Menu item %1 has no property \"%2\""_qs.arg(id).arg(name));
+    return QDBusVariant(value);
+}
+
+void DBusMenuExporter::Event(int id, const QString &eventId, const QDBusVariant &, uint)
+{
+    if (rejectUnknown(id) || eventId != u"clicked"_qs)
+        return;
+    // Triggered from the event loop, after the reply is sent: a slot such as "Quit" may end the
+    // process, and the host should not wait on a call that will never be answered.
+    if (QAction *action = actionOf(id))
+        QMetaObject::invokeMethod(action, &QAction::trigger, Qt::QueuedConnection);
+}
+
+QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList &events)
+{
+    QList<int> idErrors;
+    for (const DBusMenuEvent &event : events) {
+        if (event.id != 0 && !actionOf(event.id))
+            idErrors.append(event.id);
+        else
+            Event(event.id, event.eventId, event.data, event.timestamp);
+    }
+    if (!events.isEmpty() && idErrors.size() == events.size())
+        sendErrorReply(unknownIdError, u"None of the ids is a menu item"_qs);
+    return idErrors;
+}
+
+// The menu is always current, so a host never needs to fetch it again before showing it.
+bool DBusMenuExporter::AboutToShow(int id)
+{
+    rejectUnknown(id);
+    return false;
+}
+
+QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int> &ids, QList<int> &idErrors)
+{
+    for (const int id : ids) {
+        if (id != 0 && !actionOf(id))
+            idErrors.append(id);
+    }
+    return {};
+}
+
+} // namespace Veltrane

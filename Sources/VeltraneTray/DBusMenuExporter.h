@@ -1,0 +1,94 @@
+#pragma once
+
+#include "DBusTypes.h"
+
+#include <QDBusContext>
+#include <QHash>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+
+class QAction;
+class QMenu;
+
+namespace Veltrane {
+
+/// A Qt action text (where "&" marks a mnemonic and "&&" is a literal "&") as a DBusMenu label
+/// (where "_" marks it and "__" is a literal "_"), so a host shows what Qt would.
+QString dbusMenuLabel(const QString &actionText);
+
+/// Publishes a `QMenu` as `com.canonical.dbusmenu`, the menu a StatusNotifierItem host draws.
+///
+/// The menu is flat: its actions are the root's children, numbered from 1 in the order they
+/// were first seen. Every change to the actions within one turn of the event loop reaches the
+/// host as one `ItemsPropertiesUpdated` carrying only what differs from what the host was last
+/// told; a change that restores the old value sends nothing. Adding or removing actions sends
+/// `LayoutUpdated`. A "clicked" event triggers its action later, from the event loop, as a click
+/// in a Qt menu would; a disabled action ignores it.
+///
+/// Register it on a bus with `ExportScriptableContents | ExportAllProperties`.
+class DBusMenuExporter : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.canonical.dbusmenu")
+    Q_PROPERTY(uint Version READ version)
+    Q_PROPERTY(QString TextDirection READ textDirection)
+    Q_PROPERTY(QString Status READ status)
+    Q_PROPERTY(QStringList IconThemePath READ iconThemePath)
+
+public:
+    /// Exports `menu`, which must outlive the exporter.
+    explicit DBusMenuExporter(QMenu *menu, QObject *parent = nullptr);
+
+    uint version() const { return 3; }
+    QString textDirection() const;
+    QString status() const { return u"normal"_qs; }
+    QStringList iconThemePath() const { return {}; }
+
+    /// The id under which `action` is exported, 0 when it is not in the menu.
+    int idOf(const QAction *action) const { return m_ids.value(action); }
+
+public Q_SLOTS:
+    Q_SCRIPTABLE uint GetLayout(int parentId, int recursionDepth, const QStringList &propertyNames,
+                                Veltrane::DBusMenuLayoutItem &layout);
+    Q_SCRIPTABLE Veltrane::DBusMenuItemList GetGroupProperties(const QList<int> &ids, const QStringList &propertyNames);
+    Q_SCRIPTABLE QDBusVariant GetProperty(int id, const QString &name);
+    Q_SCRIPTABLE void Event(int id, const QString &eventId, const QDBusVariant &data, uint timestamp);
+    Q_SCRIPTABLE QList<int> EventGroup(const Veltrane::DBusMenuEventList &events);
+    Q_SCRIPTABLE bool AboutToShow(int id);
+    Q_SCRIPTABLE QList<int> AboutToShowGroup(const QList<int> &ids, QList<int> &idErrors);
+
+Q_SIGNALS:
+    Q_SCRIPTABLE void ItemsPropertiesUpdated(const Veltrane::DBusMenuItemList &updatedProps,
+                                             const Veltrane::DBusMenuItemKeysList &removedProps);
+    Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    /// What the host was last told of one action, and the encoded icon that goes with it.
+    struct Exported {
+        QVariantMap properties;
+        qint64 iconKey = 0;
+        QByteArray iconPng;
+    };
+
+    QAction *actionOf(int id) const;
+    QVariantMap propertiesOf(QAction *action);
+    QByteArray iconPngOf(QAction *action);
+    DBusMenuLayoutItem nodeOf(int id, int depth, const QStringList &propertyNames);
+    void numberActions();
+    void sendChanges();
+    bool rejectUnknown(int id);
+
+    QMenu *m_menu;
+    QHash<const QAction *, int> m_ids;
+    QHash<int, Exported> m_exported;
+    int m_nextId = 1;
+    uint m_revision = 1;
+    bool m_layoutChanged = false;
+    QTimer m_sendTimer; // gathers one turn's changes into one message
+};
+
+} // namespace Veltrane

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "DBusTypes.h"
+#include "StatusItem.h"
+#include "StatusNotifierWatch.h"
+
+#include <QDBusConnection>
+#include <QDBusObjectPath>
+#include <QIcon>
+#include <QObject>
+#include <QPointer>
+
+#include <memory>
+
+class QMenu;
+
+namespace Veltrane {
+
+class DBusMenuExporter;
+
+/// The status item on a Linux desktop: an `org.kde.StatusNotifierItem` with its menu exported
+/// over `com.canonical.dbusmenu`, both on the session bus, for the panel's tray host to draw.
+///
+/// The item says it is a menu (`ItemIsMenu`), so a host opens the menu on any click; a host that
+/// still calls `Activate` or `ContextMenu` gets the menu drawn by Qt at the click, where the
+/// windowing system lets a program place a menu itself (not on Wayland). It registers with every
+/// StatusNotifierWatcher that appears, for as long as it lives.
+///
+/// Nothing is signalled that did not change: setting the same icon (by `cacheKey()`) or tooltip
+/// again sends no message, and menu changes reach the host through the exporter, which sends only
+/// differences.
+class StatusNotifierItem : public QObject, public StatusItem
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
+    Q_PROPERTY(QString Category READ category)
+    Q_PROPERTY(QString Id READ id)
+    Q_PROPERTY(QString Title READ title)
+    Q_PROPERTY(QString Status READ status)
+    Q_PROPERTY(int WindowId READ windowId)
+    Q_PROPERTY(bool ItemIsMenu READ itemIsMenu)
+    Q_PROPERTY(QDBusObjectPath Menu READ menuPath)
+    Q_PROPERTY(QString IconThemePath READ emptyText)
+    Q_PROPERTY(QString IconName READ emptyText)
+    Q_PROPERTY(Veltrane::DBusImageList IconPixmap READ iconPixmap)
+    Q_PROPERTY(QString OverlayIconName READ emptyText)
+    Q_PROPERTY(Veltrane::DBusImageList OverlayIconPixmap READ noImages)
+    Q_PROPERTY(QString AttentionIconName READ emptyText)
+    Q_PROPERTY(Veltrane::DBusImageList AttentionIconPixmap READ noImages)
+    Q_PROPERTY(QString AttentionMovieName READ emptyText)
+    Q_PROPERTY(Veltrane::DBusToolTip ToolTip READ toolTip)
+
+public:
+    static inline const QString itemPath = u"/StatusNotifierItem"_qs;
+    static inline const QString menuObjectPath = u"/MenuBar"_qs;
+
+    /// The pixel sizes of the icon a host is offered: what panels draw at 1× and at 2×.
+    static constexpr int iconSizes[] = {16, 22, 24, 32, 44, 48, 64, 96, 128};
+
+    /// Exports the item on `bus` under the application's `id` and starts looking for a watcher.
+    StatusNotifierItem(const QDBusConnection &bus, const QString &id, QObject *parent = nullptr);
+    ~StatusNotifierItem() override;
+
+    void setMenu(QMenu *menu) override;
+    void setIcon(const QIcon &icon) override;
+    void setToolTip(const QString &toolTip) override;
+
+    QString category() const { return u"ApplicationStatus"_qs; }
+    QString id() const { return m_id; }
+    QString title() const { return u"Veltrane"_qs; }
+    QString status() const { return u"Active"_qs; }
+    int windowId() const { return 0; }
+    bool itemIsMenu() const { return true; }
+    QDBusObjectPath menuPath() const { return QDBusObjectPath(menuObjectPath); }
+    DBusImageList iconPixmap() const;
+    DBusToolTip toolTip() const { return {{}, {}, m_toolTip, {}}; }
+
+    /// The icon as a host receives it: each of `iconSizes`, drawn at that size.
+    static DBusImageList imagesOf(const QIcon &icon);
+
+public Q_SLOTS:
+    Q_SCRIPTABLE void ContextMenu(int x, int y);
+    Q_SCRIPTABLE void Activate(int x, int y);
+    Q_SCRIPTABLE void SecondaryActivate(int x, int y);
+    Q_SCRIPTABLE void Scroll(int delta, const QString &orientation);
+
+Q_SIGNALS:
+    Q_SCRIPTABLE void NewTitle();
+    Q_SCRIPTABLE void NewIcon();
+    Q_SCRIPTABLE void NewAttentionIcon();
+    Q_SCRIPTABLE void NewOverlayIcon();
+    Q_SCRIPTABLE void NewToolTip();
+    Q_SCRIPTABLE void NewStatus(const QString &status);
+
+private:
+    // Hosts read the properties that have no content of ours as empty, not as missing.
+    QString emptyText() const { return {}; }
+    DBusImageList noImages() const { return {}; }
+    void registerWith(const QString &watcher);
+    void popUpMenu(int x, int y);
+
+    QDBusConnection m_bus;
+    QString m_id;
+    StatusNotifierWatch m_watch;
+    QPointer<QMenu> m_menu;
+    std::unique_ptr<DBusMenuExporter> m_menuExporter;
+    QIcon m_icon;
+    mutable DBusImageList m_iconImages; // drawn when a host first asks for the current icon
+    QString m_toolTip;
+};
+
+} // namespace Veltrane
