@@ -8,6 +8,7 @@ packages=(
     libsimdjson-dev libbenchmark-dev
     clang libclang-rt-dev
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
+    xfce4-panel xfwm4 xfconf xdotool imagemagick
 )
 
 missing=()
