@@ -1,0 +1,217 @@
+// D-Bus traffic of the status item in a panel: messages and bytes per poll that changes nothing and
+// per change of state, counted in both directions on the item's connection (its signals and the
+// host's calls they prompt, with their replies). The same controller runs against the simulated
+// daemon twice, once behind Qt's own D-Bus tray icon (the baseline) and once behind our
+// StatusNotifierItem.
+//
+// Run under Xvfb and a session bus with a StatusNotifierItem host up (Benchmarks/tray-traffic.sh
+// starts xfce4-panel); prints one table and the ratio ours / Qt's.
+#include "SimulatedDaemon.h"
+#include "SimulatorServer.h"
+#include "StatusItemController.h"
+#include "StatusNotifierItem.h"
+#include "SystemTrayStatusItem.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QtEndian>
+
+#include <cstdio>
+
+using namespace Veltrane;
+using Simulator::Fault;
+using Simulator::SimulatedDaemon;
+using Simulator::SimulatorServer;
+
+namespace {
+
+constexpr int unchangedPolls = 4;
+constexpr int stateChanges = 4;
+
+const QByteArray connectedReply = "{\"success\":true,\"status\":{\"wantRunning\":true,"
+                                  "\"membershipState\":\"membership_active\",\"selfFqdn\":\"lab.example.net\","
+                                  "\"assignedIp\":\"100.64.0.7\",\"userEmail\":\"mia@example.com\"}}\n";
+const QByteArray noNetworkReply = "{\"success\":true,\"status\":{\"wantRunning\":true,"
+                                  "\"membershipState\":\"no_active_memberships\"}}\n";
+
+void wait(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+bool waitUntil(const std::function<bool()> &condition, int milliseconds)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.hasExpired(milliseconds))
+            return false;
+        wait(20);
+    }
+    return true;
+}
+
+// The unique bus name of the one item registered with the panel's watcher.
+QString registeredItemOwner()
+{
+    QDBusMessage get = QDBusMessage::createMethodCall(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs,
+                                                      u"org.freedesktop.DBus.Properties"_qs, u"Get"_qs);
+    get << u"org.kde.StatusNotifierWatcher"_qs << u"RegisteredStatusNotifierItems"_qs;
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::BlockWithGui);
+    const QStringList items = qvariant_cast<QDBusVariant>(reply.arguments().value(0)).variant().toStringList();
+    if (items.size() != 1)
+        return {};
+    const QString service = items.first().section(u'/', 0, 0);
+    return QDBusConnection::sessionBus().interface()->serviceOwner(service).value();
+}
+
+struct Traffic {
+    double messages = 0;
+    double bytes = 0;
+};
+
+struct Window {
+    qint64 fromMicroseconds;
+    qint64 toMicroseconds;
+};
+
+// Sums the captured messages (pcap records) whose time falls in `window`.
+Traffic trafficIn(const QByteArray &pcap, const Window &window)
+{
+    Traffic traffic;
+    for (qsizetype at = 24; at + 16 <= pcap.size();) {
+        const char *record = pcap.constData() + at;
+        const qint64 time = qint64(qFromLittleEndian<quint32>(record)) * 1000000 + qFromLittleEndian<quint32>(record + 4);
+        const quint32 length = qFromLittleEndian<quint32>(record + 8);
+        if (time >= window.fromMicroseconds && time < window.toMicroseconds) {
+            traffic.messages += 1;
+            traffic.bytes += length;
+        }
+        at += 16 + length;
+    }
+    return traffic;
+}
+
+qint64 nowMicroseconds() { return QDateTime::currentMSecsSinceEpoch() * 1000; }
+
+struct Measurement {
+    Traffic perUnchangedPoll;
+    Traffic perStateChange;
+};
+
+std::optional<Measurement> measure(bool ownItem)
+{
+    QTemporaryDir dir;
+    SimulatedDaemon daemon({});
+    SimulatorServer server(daemon);
+    if (server.listen(dir.filePath(u"daemon.sock"_qs)))
+        return std::nullopt;
+    server.setScriptedReply(connectedReply);
+    server.setFault(Fault::Scripted, u"get_status"_qs);
+    const auto polls = [&] { return server.requestsReceived().size(); };
+
+    std::unique_ptr<StatusItem> item;
+    if (ownItem)
+        item = std::make_unique<StatusNotifierItem>(QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs);
+    else
+        item = std::make_unique<SystemTrayStatusItem>();
+    StatusItemController controller(std::move(item), DaemonClient(dir.filePath(u"daemon.sock"_qs)), [](const QUrl &) {});
+
+    // Settled: registered, and the panel has read the item and its menu.
+    QString owner;
+    if (!waitUntil([&] { return !(owner = registeredItemOwner()).isEmpty(); }, 15000))
+        return std::nullopt;
+    waitUntil([&] { return polls() >= 2; }, 10000);
+
+    QProcess monitor;
+    monitor.setStandardOutputFile(dir.filePath(u"capture.pcap"_qs));
+    monitor.start(u"dbus-monitor"_qs, {u"--session"_qs, u"--pcap"_qs, u"sender='%1'"_qs.arg(owner),
+                                       u"destination='%1'"_qs.arg(owner)});
+    monitor.waitForStarted();
+
+    // Each window runs from the middle of one poll interval to the middle of a later one.
+    const auto middleAfterPoll = [&](qsizetype served) {
+        waitUntil([&] { return polls() > served; }, 10000);
+        wait(StatusItemController::pollIntervalMilliseconds / 2);
+        return nowMicroseconds();
+    };
+    const qint64 quietFrom = middleAfterPoll(polls());
+    const qint64 quietTo = middleAfterPoll(polls() + unchangedPolls - 1);
+    QList<Window> changes;
+    for (int change = 0; change < stateChanges; ++change) {
+        const qint64 from = nowMicroseconds();
+        server.setScriptedReply(change % 2 == 0 ? noNetworkReply : connectedReply);
+        changes.append({from, middleAfterPoll(polls())});
+    }
+    wait(300);
+    monitor.terminate();
+    monitor.waitForFinished();
+
+    QFile capture(dir.filePath(u"capture.pcap"_qs));
+    capture.open(QIODevice::ReadOnly);
+    const QByteArray pcap = capture.readAll();
+    Measurement measurement;
+    const Traffic quiet = trafficIn(pcap, {quietFrom, quietTo});
+    measurement.perUnchangedPoll = {quiet.messages / unchangedPolls, quiet.bytes / unchangedPolls};
+    for (const Window &window : changes) {
+        const Traffic traffic = trafficIn(pcap, window);
+        measurement.perStateChange.messages += traffic.messages / stateChanges;
+        measurement.perStateChange.bytes += traffic.bytes / stateChanges;
+    }
+    return measurement;
+}
+
+void printRow(const char *what, const Traffic &qt, const Traffic &ours)
+{
+    const auto ratio = [](double ours, double qt) { return qt > 0 ? ours / qt : 0.0; };
+    std::printf("%-22s %12.1f %12.0f %12.1f %12.0f   %6.3f %6.3f\n", what, qt.messages, qt.bytes, ours.messages,
+                ours.bytes, ratio(ours.messages, qt.messages), ratio(ours.bytes, qt.bytes));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(u"veltrane-tray"_qs);
+    // Qt's tray and ours would both claim /StatusNotifierItem: the baseline runs in a child.
+    if (argc > 1 && argv[1] == QByteArray("--qt-tray")) {
+        const auto measured = measure(false);
+        if (!measured)
+            return 1;
+        std::printf("%f %f %f %f\n", measured->perUnchangedPoll.messages, measured->perUnchangedPoll.bytes,
+                    measured->perStateChange.messages, measured->perStateChange.bytes);
+        return 0;
+    }
+    QProcess baseline;
+    baseline.start(QCoreApplication::applicationFilePath(), {u"--qt-tray"_qs});
+    baseline.waitForFinished(120000);
+    const QList<QByteArray> figures = baseline.readAllStandardOutput().simplified().split(' ');
+    if (baseline.exitCode() != 0 || figures.size() != 4) {
+        std::fprintf(stderr, "the baseline with Qt's tray icon did not run (is a tray host up?)\n");
+        return 1;
+    }
+    const Traffic qtQuiet{figures[0].toDouble(), figures[1].toDouble()};
+    const Traffic qtChange{figures[2].toDouble(), figures[3].toDouble()};
+
+    const auto ours = measure(true);
+    if (!ours) {
+        std::fprintf(stderr, "our status item did not register with the panel\n");
+        return 1;
+    }
+    std::printf("%-22s %25s %25s   %13s\n", "", "Qt's D-Bus tray", "our StatusNotifierItem", "ratio ours/Qt");
+    std::printf("%-22s %12s %12s %12s %12s   %6s %6s\n", "", "messages", "bytes", "messages", "bytes", "msgs", "bytes");
+    printRow("per unchanged poll", qtQuiet, ours->perUnchangedPoll);
+    printRow("per state change", qtChange, ours->perStateChange);
+    return 0;
+}
