@@ -1,6 +1,7 @@
 #include "PeerListModel.h"
 
 #include <QAbstractItemModelTester>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace Veltrane;
@@ -96,7 +97,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("searchText");
         QTest::addColumn<QStringList>("expected");
-        const QStringList all{u"macbook"_qs, u"Office"_qs, u"öffice"_qs, u"printer"_qs};
+        const QStringList all{u"Café"_qs, u"macbook"_qs, u"Office"_qs, u"öffice"_qs, u"printer"_qs, u"Straße"_qs};
         QTest::newRow("trimmed, any case") << u"  MAC "_qs << QStringList{u"macbook"_qs};
         QTest::newRow("an address") << u"10.7"_qs << QStringList{u"printer"_qs};
         QTest::newRow("a DNS name") << u"lab.corp"_qs << QStringList{u"Office"_qs};
@@ -106,6 +107,10 @@ private Q_SLOTS:
         QTest::newRow("one string, not words") << u"mac book"_qs << QStringList{};
         QTest::newRow("a line break is kept") << u"mac\n"_qs << QStringList{};
         QTest::newRow("case folds beyond ASCII, accents stay") << u"ÖFFICE"_qs << QStringList{u"öffice"_qs};
+        QTest::newRow("full case folding") << u"STRASSE"_qs << QStringList{u"Straße"_qs};
+        QTest::newRow("a combining accent finds a precomposed one") << u"cafe\u0301"_qs << QStringList{u"Café"_qs};
+        QTest::newRow("without its accent, no match") << u"cafe"_qs << QStringList{};
+        QTest::newRow("a ligature is its letters") << u"\ufb01"_qs << QStringList{u"Office"_qs, u"öffice"_qs};
     }
 
     void searchesNameThenDnsNameThenAddress()
@@ -118,11 +123,72 @@ private Q_SLOTS:
         printer.assignedIp = u"10.7.0.12"_qs;
         PeerListModel model;
         model.setSearchText(searchText);
-        model.applySnapshot(snapshotOf({printer, named(u"macbook"_qs, {}, u"book.example"_qs), office, named(u"öffice"_qs)}));
+        model.applySnapshot(snapshotOf({printer, named(u"macbook"_qs, {}, u"book.example"_qs), office, named(u"öffice"_qs),
+                                        named(u"Stra\u00dfe"_qs), named(u"Caf\u00e9"_qs)}));
         QStringList shown;
         for (const ConnectableDeviceSnapshot &device : model.filteredDevices())
             shown.append(device.displayName());
         QCOMPARE(shown, expected);
+    }
+
+    // Two names tie in the order exactly when searching for one finds the other.
+    void ordersAndSearchesAlike_data()
+    {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<bool>("alike");
+        QTest::newRow("case") << u"Office"_qs << u"oFFICE"_qs << true;
+        QTest::newRow("sharp s") << u"Stra\u00dfe"_qs << u"STRASSE"_qs << true;
+        QTest::newRow("composed and decomposed") << u"Caf\u00e9"_qs << u"CAFE\u0301"_qs << true;
+        QTest::newRow("ligature") << u"\ufb01le"_qs << u"FILE"_qs << true;
+        QTest::newRow("final sigma") << u"\u03bb\u03cc\u03b3\u03bf\u03c2"_qs << u"\u039b\u038c\u0393\u039f\u03a3"_qs
+                                     << true;
+        QTest::newRow("accent") << u"caf\u00e9"_qs << u"cafe"_qs << false;
+        QTest::newRow("umlaut") << u"\u00f6ffice"_qs << u"offic\u00e9"_qs << false;
+    }
+
+    void ordersAndSearchesAlike()
+    {
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(bool, alike);
+        PeerListModel model;
+        const auto order = [&](const QString &first, const QString &second) {
+            model.applySnapshot(snapshotOf({named(first), named(second)}));
+            return model.allDevices().first().displayName();
+        };
+        // Tied names keep the daemon's order either way round.
+        QCOMPARE(order(a, b) == a && order(b, a) == b, alike);
+        model.setSearchText(a);
+        QCOMPARE(model.filteredDevices().size(), alike ? 2 : 1);
+    }
+
+    // Rows are rewritten where they stand, never reset: a view keeps its rows and their indexes.
+    void rewritesRowsInPlace()
+    {
+        PeerListModel model;
+        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QSignalSpy resets(&model, &QAbstractItemModel::modelReset);
+        QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+        QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+        const auto names = [](const QStringList &list) {
+            QList<ConnectableDeviceSnapshot> devices;
+            for (const QString &name : list)
+                devices.append(named(name));
+            return snapshotOf(devices);
+        };
+        model.applySnapshot(names({u"a"_qs, u"b"_qs, u"c"_qs}));
+        const QPersistentModelIndex second = model.index(1, 0);
+        model.applySnapshot(names({u"a"_qs, u"aa"_qs, u"b"_qs, u"c"_qs, u"d"_qs}));
+        QCOMPARE(second.row(), 1);
+        QCOMPARE(second.data().toString(), u"aa"_qs);
+        model.setSearchText(u"d"_qs);
+        QCOMPARE(second.isValid(), false);
+        QCOMPARE(resets.size(), 0);
+        QCOMPARE(inserted.size(), 2);
+        QCOMPARE(inserted[1].mid(1), (QVariantList{3, 4}));
+        QCOMPARE(removed.size(), 1);
+        QCOMPARE(removed[0].mid(1), (QVariantList{1, 4}));
     }
 
     void cellsShowTextsAndTones_data()

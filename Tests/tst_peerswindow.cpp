@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QScreen>
+#include <QScrollBar>
 #include <QTableView>
 #include <QTest>
 #include <QTextDocument>
@@ -69,13 +70,20 @@ private:
         return m_table->visualRect(m_table->model()->index(row, column)).center();
     }
 
+    QMenu *rowMenu() const { return m_table->findChild<QMenu *>(); }
+
+    // Clicks as the window system delivers it, so Qt also makes the context-menu event of a right click.
+    void click(Qt::MouseButton button, int row, int column)
+    {
+        QWidget *window = m_controller->window();
+        QTest::mouseClick(window->windowHandle(), button, {}, m_table->viewport()->mapTo(window, cellCentre(row, column)));
+    }
+
     // Right-clicks a row, lets `meanwhile` happen, then chooses an entry with the keyboard.
     void chooseFromRowMenu(int row, int entry, const std::function<void()> &meanwhile = {})
     {
-        const QPoint position = cellCentre(row, 1);
-        QContextMenuEvent event(QContextMenuEvent::Mouse, position, m_table->viewport()->mapToGlobal(position));
-        QCoreApplication::sendEvent(m_table->viewport(), &event);
-        QMenu *menu = m_table->findChild<QMenu *>();
+        click(Qt::RightButton, row, 1);
+        QMenu *menu = rowMenu();
         QTRY_VERIFY(menu->isVisible());
         if (meanwhile)
             meanwhile();
@@ -147,29 +155,68 @@ private Q_SLOTS:
         QVERIFY(brightest(0, 3) < 170); // the path
     }
 
-    void keepsTheSelectedDeviceAcrossRefreshes()
+    // A refresh or a keystroke leaves the table where it was: scroll position, selected row,
+    // current row. A selected device that moved is selected again where it now is, unscrolled.
+    void keepsItsPlaceAcrossRefreshes()
     {
-        m_table->selectRow(1);
-        QList devices = office;
-        devices.prepend(device(u"aardvark"_qs, u"c-new"_qs, u"new.corp.ts.net"_qs, u"100.64.0.9"_qs));
-        m_controller->applySnapshot(snapshotOf(devices), TrayState::Connected);
-        QCOMPARE(nameAt(selectedRow()), u"bravo"_qs);
-        QCOMPARE(selectedRow(), 2);
+        QList<ConnectableDeviceSnapshot> many;
+        for (int i = 0; i < 200; ++i)
+            many.append(device(u"host-%1"_qs.arg(i, 3, 10, QChar(u'0')), u"c-%1"_qs.arg(i), u"h%1.corp.ts.net"_qs.arg(i), {}));
+        m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
+        m_table->selectRow(3);
+        QScrollBar *scroll = m_table->verticalScrollBar();
+        scroll->setValue(scroll->maximum() / 2);
+        const int scrolled = scroll->value();
 
-        QTest::keyClicks(m_search, u"  BRA"_qs);
-        QCOMPARE(selectedRow(), 0);
-        m_search->clear();
-        QCOMPARE(nameAt(selectedRow()), u"bravo"_qs);
+        many.prepend(device(u"aardvark"_qs, u"c-new"_qs, u"new.corp.ts.net"_qs, {}));
+        m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
+        QCOMPARE(selectedRow(), 4);
+        QCOMPARE(m_table->currentIndex().row(), 4);
+        QCOMPARE(scroll->value(), scrolled);
+        QTest::keyClicks(m_search, u"corp"_qs);
+        QCOMPARE(selectedRow(), 4);
+        QCOMPARE(scroll->value(), scrolled);
 
-        // Searched away, gone from the status, or without a clientId: nothing is selected.
-        m_search->setText(u"alpha"_qs);
-        QCOMPARE(selectedRow(), -1);
-        m_search->clear();
-        m_table->selectRow(4); // delta
+        // The selected device is gone: the selected row stays, now on its successor.
+        many.removeAt(4);
+        m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
+        QCOMPARE(nameAt(selectedRow()), u"host-004"_qs);
+    }
+
+    // A device without a clientId cannot be followed, and stays selected where it is.
+    void leavesASelectionWithoutClientIdAlone()
+    {
+        m_table->selectRow(3);
+        QCOMPARE(nameAt(3), u"delta"_qs);
         m_controller->applySnapshot(snapshotOf(office), TrayState::Stopped);
-        QCOMPARE(selectedRow(), -1);
+        QCOMPARE(selectedRow(), 3);
         QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs)->text(),
                  u"Control plane: suspended (veltrane stopped)"_qs);
+    }
+
+    // Closed, the window lists nothing; shown again, it lists the latest status at once.
+    void listsOnlyWhenShown()
+    {
+        m_controller->window()->close();
+        QList devices = office;
+        devices.removeFirst();
+        m_controller->applySnapshot(snapshotOf(devices), TrayState::Error);
+        QCOMPARE(nameAt(0), u"alpha"_qs);
+        m_controller->showWindow();
+        QCOMPARE(nameAt(0), u"bravo"_qs);
+        QCOMPARE(m_table->model()->rowCount(), 4);
+        QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs)->text(), u"Control plane: error"_qs);
+    }
+
+    // "Peers…" brings back a minimised window, in front and with the keyboard.
+    void restoresAMinimisedWindow()
+    {
+        QWidget *window = m_controller->window();
+        window->showMinimized();
+        QTRY_VERIFY(window->isMinimized());
+        m_controller->showWindow();
+        QTRY_VERIFY(!window->isMinimized());
+        QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
     }
 
     void copiesToTheClipboard()
@@ -181,6 +228,7 @@ private Q_SLOTS:
         m_table->selectRow(0);
         chooseFromRowMenu(1, 1); // the row under the pointer, not the selected one
         QCOMPARE(clipboard->text(), u"100.64.0.2"_qs);
+        QCOMPARE(selectedRow(), 0); // which stays selected
         chooseFromRowMenu(2, 0); // no DNS name: its address stands in
         QCOMPARE(clipboard->text(), u"10.7.0.12"_qs);
 
@@ -204,14 +252,76 @@ private Q_SLOTS:
         QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs);
     }
 
-    void showsTooltipsAsPlainText()
+    // Plain text, and dark like the window, as are the row menu, under a light desktop theme whose
+    // menus and tooltips are light.
+    void menuAndTooltipsStayDark()
     {
+        QPalette light(Qt::black, Qt::white);
+        light.setColor(QPalette::ToolTipBase, Qt::white);
+        QApplication::setPalette(light);
+        QApplication::setPalette(light, "QMenu");
+        const auto cleanup = qScopeGuard([] { QApplication::setPalette(QPalette()); });
+
+        click(Qt::RightButton, 3, 0);
+        QTRY_VERIFY(rowMenu()->isVisible());
+        QVERIFY(rowMenu()->grab().toImage().pixelColor(4, 4).lightness() < 80);
+        rowMenu()->hide();
+
         const QPoint position = cellCentre(3, 0);
         QHelpEvent help(QEvent::ToolTip, position, m_table->viewport()->mapToGlobal(position));
         QCoreApplication::sendEvent(m_table->viewport(), &help);
         QTRY_VERIFY(QToolTip::isVisible());
         QCOMPARE(QToolTip::text(), Qt::convertFromPlainText(u"<b>delta</b>.corp.ts.net"_qs, Qt::WhiteSpaceNoWrap));
+        QWidget *tip = nullptr;
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (widget->inherits("QTipLabel"))
+                tip = widget;
+        }
+        QVERIFY(tip);
+        QVERIFY(tip->grab().toImage().pixelColor(4, 4).lightness() < 80);
         QToolTip::hideText();
+    }
+
+    // Focus starts in the search field; Down goes into the table; the keys move by rows.
+    void worksFromTheKeyboard()
+    {
+        QClipboard *clipboard = QGuiApplication::clipboard();
+        QTRY_COMPARE(QApplication::focusWidget(), m_search);
+        QTest::keyClick(m_search, Qt::Key_Down);
+        QCOMPARE(QApplication::focusWidget(), m_table);
+        QCOMPARE(selectedRow(), 0);
+        QTest::keyClick(m_table, Qt::Key_Down);
+        QCOMPARE(selectedRow(), 1);
+        QTest::keyClick(m_table, Qt::Key_End);
+        QCOMPARE(selectedRow(), 4);
+        QTest::keyClick(m_table, Qt::Key_Home);
+        QCOMPARE(selectedRow(), 0);
+        QTest::keyClick(m_table, Qt::Key_PageDown);
+        QCOMPARE(selectedRow(), 4);
+
+        QTest::keyClick(m_table, Qt::Key_Up);
+        QCOMPARE(nameAt(selectedRow()), u"delta"_qs);
+        QTest::keySequence(m_table, QKeySequence::Copy);
+        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs); // the DNS name, not the current cell
+
+        for (const QKeyCombination key : {QKeyCombination(Qt::Key_Menu), QKeyCombination(Qt::ShiftModifier, Qt::Key_F10)}) {
+            QTest::keyClick(m_table, key.key(), key.keyboardModifiers());
+            QTRY_VERIFY(rowMenu()->isVisible());
+            QTest::keyClick(rowMenu(), Qt::Key_Down);
+            QTest::keyClick(rowMenu(), Qt::Key_Down);
+            QTest::keyClick(rowMenu(), Qt::Key_Return);
+            QTRY_VERIFY(!rowMenu()->isVisible());
+            QCOMPARE(clipboard->text(), u"100.64.0.4"_qs); // "Copy IP" of the selected row
+            clipboard->setText(u"before"_qs);
+        }
+
+        // Escape clears the search first, then closes the window.
+        m_search->setText(u"alp"_qs);
+        QTest::keyClick(m_search, Qt::Key_Escape);
+        QCOMPARE(m_search->text(), QString());
+        QVERIFY(m_controller->window()->isVisible());
+        QTest::keyClick(m_search, Qt::Key_Escape);
+        QVERIFY(!m_controller->window()->isVisible());
     }
 };
 

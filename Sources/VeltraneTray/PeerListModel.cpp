@@ -31,13 +31,6 @@ QString trimmedOfBlanks(const QString &text)
     return text.sliced(begin, end - begin);
 }
 
-bool matches(const ConnectableDeviceSnapshot &device, const QString &query)
-{
-    return device.displayName().contains(query, Qt::CaseInsensitive)
-        || orEmpty(device.fqdn).contains(query, Qt::CaseInsensitive)
-        || orEmpty(device.assignedIp).contains(query, Qt::CaseInsensitive);
-}
-
 // The C locale names no language, and Qt collates it by code point: "Zoë" before "Émile", "Zed"
 // before "alice". There the root order of Unicode applies instead, the one English uses untailored.
 QLocale collationLocale()
@@ -109,19 +102,42 @@ void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &sna
     if (snapshot && snapshot->connectableDevices)
         devices = *snapshot->connectableDevices;
     sortByDisplayName(devices);
-
-    beginResetModel();
     m_allDevices = std::move(devices);
+    m_searchKeys.clear();
     filter();
-    endResetModel();
 }
 
 void PeerListModel::setSearchText(const QString &text)
 {
-    beginResetModel();
-    m_query = trimmedOfBlanks(text);
+    m_query = searchFolded(trimmedOfBlanks(text));
     filter();
-    endResetModel();
+}
+
+QString PeerListModel::searchFolded(const QString &text)
+{
+    // Compatibility decomposition first, so that case mapping sees base letters; full case
+    // mapping through upper case ("ß" becomes "SS", then "ss"); then one composed form, in which
+    // an accent stays part of its letter and "e" does not match inside "é".
+    return text.normalized(QString::NormalizationForm_KD).toUpper().toLower().normalized(QString::NormalizationForm_KC);
+}
+
+const QList<PeerListModel::SearchKeys> &PeerListModel::searchKeys()
+{
+    if (m_searchKeys.size() == m_allDevices.size())
+        return m_searchKeys;
+    QHash<QString, QString> folded;
+    const auto fold = [&](const QString &text) {
+        auto found = folded.constFind(text);
+        if (found == folded.cend())
+            found = folded.insert(text, m_foldedTexts.value(text, searchFolded(text)));
+        return *found;
+    };
+    m_searchKeys.clear();
+    m_searchKeys.reserve(m_allDevices.size());
+    for (const ConnectableDeviceSnapshot &device : std::as_const(m_allDevices))
+        m_searchKeys.append({fold(device.displayName()), fold(orEmpty(device.fqdn)), fold(orEmpty(device.assignedIp))});
+    m_foldedTexts = std::move(folded); // only the texts now listed
+    return m_searchKeys;
 }
 
 void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
@@ -140,8 +156,10 @@ void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
         auto found = keys.find(name);
         if (found == keys.end()) {
             const auto previous = m_sortKeys.find(name);
+            // Collated folded, so that the order holds equal what the search does ("Straße",
+            // "STRASSE"), which the collator alone does not.
             found = previous != m_sortKeys.end() ? keys.emplace(name, previous->second).first
-                                                 : keys.emplace(name, m_collator.sortKey(name)).first;
+                                                 : keys.emplace(name, m_collator.sortKey(searchFolded(name))).first;
         }
         entries.push_back({&found->second, i}); // map nodes never move, so the pointer stays valid
     }
@@ -159,15 +177,37 @@ void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
 void PeerListModel::filter()
 {
     if (m_query.isEmpty()) {
-        m_filteredDevices = m_allDevices;
+        showRows(m_allDevices);
         return;
     }
+    const QList<SearchKeys> &keys = searchKeys();
     QList<ConnectableDeviceSnapshot> filtered;
-    for (const ConnectableDeviceSnapshot &device : std::as_const(m_allDevices)) {
-        if (matches(device, m_query))
-            filtered.append(device);
+    for (qsizetype i = 0; i < m_allDevices.size(); ++i) {
+        const SearchKeys &key = keys[i];
+        if (key.name.contains(m_query) || key.fqdn.contains(m_query) || key.ip.contains(m_query))
+            filtered.append(m_allDevices[i]);
     }
-    m_filteredDevices = std::move(filtered);
+    showRows(std::move(filtered));
+}
+
+// Rows beyond the new count go, or new ones come, at the end, while the rows before still hold
+// their old contents; then every remaining row is told it changed.
+void PeerListModel::showRows(QList<ConnectableDeviceSnapshot> rows)
+{
+    const qsizetype before = m_filteredDevices.size();
+    const qsizetype after = rows.size();
+    if (after < before) {
+        beginRemoveRows({}, int(after), int(before - 1));
+        m_filteredDevices.resize(after);
+        endRemoveRows();
+    } else if (after > before) {
+        beginInsertRows({}, int(before), int(after - 1));
+        m_filteredDevices.append(rows.sliced(before));
+        endInsertRows();
+    }
+    m_filteredDevices = std::move(rows);
+    if (const qsizetype kept = std::min(before, after); kept > 0)
+        Q_EMIT dataChanged(index(0, 0), index(int(kept - 1), ColumnCount - 1));
 }
 
 std::optional<ConnectableDeviceSnapshot> PeerListModel::device(int row) const

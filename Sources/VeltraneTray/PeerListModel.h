@@ -6,6 +6,7 @@
 #include <QAbstractTableModel>
 #include <QCollator>
 #include <QCollatorSortKey>
+#include <QHash>
 
 #include <array>
 #include <optional>
@@ -24,9 +25,14 @@ struct PeerColumn {
 /// (`allDevices`), and the ones that match the search text (`filteredDevices`), which are the rows.
 ///
 /// Display order is stable and ascending by `displayName` under the user's locale, ignoring letter
-/// case; names that compare equal keep the daemon's order. The search text, trimmed of blanks and
-/// tabs, is looked for without regard to case in the display name, then `fqdn`, then `assignedIp`.
-/// Every change replaces the rows whole (a model reset): the selection is the view's business.
+/// case as the search does (`searchFolded`); names that compare equal keep the daemon's order. The search text, trimmed of blanks and
+/// tabs, is looked for in the display name, then `fqdn`, then `assignedIp`, under the sort's own
+/// equivalences (see `searchFolded`).
+///
+/// Every change rewrites the rows in place, as a table reload does: row *i* stays row *i*, only its
+/// contents change, and rows are added or removed at the end. So the view keeps its selected row,
+/// its current row, its hover and its scroll position; which device they should follow is the
+/// view's business.
 class PeerListModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -69,20 +75,39 @@ public:
     /// The line under the table for a tray state; it tells the control plane's state only.
     static QString footerText(TrayState state);
 
+    /// `text` as the search compares it: letter case folded in full ("Straße" and "STRASSE" agree),
+    /// canonically and compatibly equivalent forms made one (a precomposed "é" and "e" with a
+    /// combining accent; "ﬁ" and "fi"), accents kept. The sort collates names in this form too, so
+    /// names it holds equal find each other.
+    static QString searchFolded(const QString &text);
+
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
 private:
+    // The folded fields of one device, as the search reads them.
+    struct SearchKeys {
+        QString name;
+        QString fqdn;
+        QString ip;
+    };
+
     void sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices);
     void filter();
+    void showRows(QList<ConnectableDeviceSnapshot> rows);
+    const QList<SearchKeys> &searchKeys();
 
     QCollator m_collator;
     // Sort keys of the names in the current list. A status arrives every few seconds and names
     // rarely change between two, so most keys are reused instead of asking the collator again.
     std::unordered_map<QString, QCollatorSortKey> m_sortKeys;
-    QString m_query;
+    QString m_query; // trimmed and folded
+    // Parallel to m_allDevices; made at the first search after a snapshot, so that typing and an
+    // empty search fold nothing. Folded texts of the previous list are reused, like sort keys.
+    QList<SearchKeys> m_searchKeys;
+    QHash<QString, QString> m_foldedTexts;
     QList<ConnectableDeviceSnapshot> m_allDevices;
     QList<ConnectableDeviceSnapshot> m_filteredDevices;
 };

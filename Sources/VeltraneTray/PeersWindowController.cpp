@@ -2,6 +2,7 @@
 
 #include "Appearance.h"
 #include "ElidedLabel.h"
+#include "PeerTableView.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -9,9 +10,10 @@
 #include <QHelpEvent>
 #include <QLineEdit>
 #include <QMenu>
+#include <QKeyEvent>
 #include <QScreen>
+#include <QShortcut>
 #include <QStyledItemDelegate>
-#include <QTableView>
 #include <QVBoxLayout>
 
 namespace Veltrane {
@@ -58,7 +60,7 @@ QHBoxLayout *insetHorizontally(QWidget *widget, int inset)
 PeersWindowController::PeersWindowController()
     : m_window(std::make_unique<QWidget>())
     , m_searchField(new QLineEdit)
-    , m_tableView(new QTableView)
+    , m_tableView(new PeerTableView)
     , m_footerLabel(new ElidedLabel(ElidedLabel::Tone::Secondary))
 {
     m_window->setWindowTitle(u"Veltrane \u2014 Peers"_qs);
@@ -84,11 +86,14 @@ void PeersWindowController::buildContent()
 {
     m_searchField->setObjectName(u"searchField"_qs);
     m_searchField->setPlaceholderText(u"Search devices"_qs);
+    m_searchField->setAccessibleName(u"Search devices"_qs);
+    m_searchField->installEventFilter(this);
     m_searchField->setClearButtonEnabled(true);
     m_searchField->setFixedHeight(28);
     connect(m_searchField, &QLineEdit::textChanged, this, &PeersWindowController::applyFilter);
 
     m_tableView->setObjectName(u"tableView"_qs);
+    m_tableView->setAccessibleName(u"Peers"_qs);
     m_tableView->setModel(&m_model);
     m_tableView->setItemDelegate(new PeerCellDelegate(m_tableView));
     m_tableView->setFont(Appearance::systemFont(12));
@@ -112,9 +117,10 @@ void PeersWindowController::buildContent()
     for (int column = 0; column < PeerListModel::ColumnCount; ++column)
         columns->resizeSection(column, PeerListModel::columns[size_t(column)].width);
 
-    m_tableView->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(m_tableView, &QWidget::customContextMenuRequested, this, &PeersWindowController::showRowMenu);
+    connect(m_tableView, &PeerTableView::rowMenuRequested, this, &PeersWindowController::showRowMenu);
+    connect(m_tableView, &PeerTableView::copyRequested, this, &PeersWindowController::onCopyDns);
     m_rowMenu = buildRowMenu();
+    connect(new QShortcut(Qt::Key_Escape, m_window.get()), &QShortcut::activated, this, &PeersWindowController::onEscape);
     connect(m_tableView, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex &index) {
         m_clickedDevice = m_model.device(index.row());
         onCopyDns();
@@ -136,14 +142,32 @@ QMenu *PeersWindowController::buildRowMenu()
 {
     auto *menu = new QMenu(m_tableView);
     menu->setObjectName(u"rowMenu"_qs);
+    // A menu takes the desktop theme's menu colours over its parent's; this one stays dark.
+    menu->setPalette(Appearance::darkPalette());
     menu->addAction(u"Copy DNS Name"_qs, this, &PeersWindowController::onCopyDns);
     menu->addAction(u"Copy IP"_qs, this, &PeersWindowController::onCopyIp);
-    // The chosen action runs after the menu hides; forget the clicked row only once it has.
-    connect(menu, &QMenu::aboutToHide, this, [this] { m_clickedDevice.reset(); }, Qt::QueuedConnection);
+    // The chosen action runs after the menu hides; forget the clicked row only once it has, and
+    // only if no other menu opened meanwhile.
+    connect(menu, &QMenu::aboutToHide, this, [this] {
+        QMetaObject::invokeMethod(this, [this, opening = m_menuOpenings] {
+            if (opening == m_menuOpenings)
+                m_clickedDevice.reset();
+        }, Qt::QueuedConnection);
+    });
     return menu;
 }
 
 void PeersWindowController::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state)
+{
+    // A hidden window sorts nothing: it keeps the status (a shared copy) until it is shown.
+    if (!m_window->isVisible()) {
+        m_pendingStatus = PendingStatus{snapshot, state};
+        return;
+    }
+    listStatus(snapshot, state);
+}
+
+void PeersWindowController::listStatus(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state)
 {
     m_footerLabel->setText(PeerListModel::footerText(state));
     keepingSelection([&] { m_model.applySnapshot(snapshot); });
@@ -151,9 +175,41 @@ void PeersWindowController::applySnapshot(const std::optional<DaemonStatusSnapsh
 
 void PeersWindowController::showWindow()
 {
+    if (m_pendingStatus) {
+        listStatus(m_pendingStatus->snapshot, m_pendingStatus->state);
+        m_pendingStatus.reset();
+    }
+    if (!m_window->isVisible())
+        m_searchField->setFocus();
+    if (m_window->isMinimized())
+        m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+}
+
+// Down in the search field goes on into the table, selecting its current row when none is.
+bool PeersWindowController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_searchField && event->type() == QEvent::KeyPress
+        && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Down && m_model.rowCount() > 0) {
+        m_tableView->setFocus(Qt::TabFocusReason);
+        if (!m_tableView->selectionModel()->hasSelection()) {
+            const int row = std::max(m_tableView->currentIndex().row(), 0);
+            m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0), QItemSelectionModel::ClearAndSelect
+                                                                                        | QItemSelectionModel::Rows);
+        }
+        return true;
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void PeersWindowController::onEscape()
+{
+    if (!m_searchField->text().isEmpty())
+        m_searchField->clear();
+    else
+        m_window->close();
 }
 
 void PeersWindowController::applyFilter(const QString &searchText)
@@ -161,8 +217,9 @@ void PeersWindowController::applyFilter(const QString &searchText)
     keepingSelection([&] { m_model.setSearchText(searchText); });
 }
 
-// The model replaces its rows whole, which clears the table's selection; the device that was
-// selected is selected again, found by its clientId, wherever it now stands.
+// The model rewrites its rows in place, so the table's selected row stays where it was; the device
+// that was selected is selected again where it now stands, found by its clientId. Otherwise the
+// selection is left alone.
 template <class Change>
 void PeersWindowController::keepingSelection(const Change &change)
 {
@@ -171,10 +228,14 @@ void PeersWindowController::keepingSelection(const Change &change)
     if (!selected || !selected->clientId)
         return;
     const int row = m_model.rowOfClientId(*selected->clientId);
-    if (row >= 0) {
-        m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0), QItemSelectionModel::ClearAndSelect
-                                                                                  | QItemSelectionModel::Rows);
-    }
+    if (row < 0)
+        return;
+    // The current row follows the selection, for the keyboard; moving it would scroll the table to
+    // it, and a refresh must leave the table where the user left it.
+    m_tableView->setAutoScroll(false);
+    m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0),
+                                                   QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    m_tableView->setAutoScroll(true);
 }
 
 std::optional<ConnectableDeviceSnapshot> PeersWindowController::selectedDevice() const
@@ -187,10 +248,11 @@ std::optional<ConnectableDeviceSnapshot> PeersWindowController::selectedDevice()
     return m_model.device(selected.first().row());
 }
 
-void PeersWindowController::showRowMenu(const QPoint &position)
+void PeersWindowController::showRowMenu(int clickedRow, const QPoint &globalPosition)
 {
-    m_clickedDevice = m_model.device(m_tableView->indexAt(position).row());
-    m_rowMenu->popup(m_tableView->viewport()->mapToGlobal(position));
+    ++m_menuOpenings;
+    m_clickedDevice = m_model.device(clickedRow);
+    m_rowMenu->popup(globalPosition);
 }
 
 void PeersWindowController::onCopyDns()
