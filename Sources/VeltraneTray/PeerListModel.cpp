@@ -267,9 +267,13 @@ QVariant PeerListModel::data(const QModelIndex &index, int role) const
 
 QVariant PeerListModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole || section < 0 || section >= ColumnCount)
-        return {};
-    return QString::fromUtf16(columns[size_t(section)].title);
+    if (orientation == Qt::Horizontal && role == Qt::DisplayRole && section >= 0 && section < ColumnCount)
+        return QString::fromUtf16(columns[size_t(section)].title);
+    // The rows' header is never shown; to a screen reader it names each row by its device.
+    if (orientation == Qt::Vertical && (role == Qt::DisplayRole || role == Qt::AccessibleTextRole) && section >= 0
+        && section < rowCount())
+        return m_filteredDevices[section].displayName();
+    return {};
 }
 
 } // namespace Veltrane

@@ -9,11 +9,13 @@
 #include <QHeaderView>
 #include <QHelpEvent>
 #include <QLineEdit>
+#include <QMainWindow>
 #include <QMenu>
 #include <QKeyEvent>
 #include <QScreen>
 #include <QShortcut>
 #include <QStyledItemDelegate>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace Veltrane {
@@ -58,7 +60,7 @@ QHBoxLayout *insetHorizontally(QWidget *widget, int inset)
 } // namespace
 
 PeersWindowController::PeersWindowController()
-    : m_window(std::make_unique<QWidget>())
+    : m_window(std::make_unique<QMainWindow>())
     , m_searchField(new QLineEdit)
     , m_tableView(new PeerTableView)
     , m_footerLabel(new ElidedLabel(ElidedLabel::Tone::Secondary))
@@ -89,6 +91,8 @@ void PeersWindowController::buildContent()
     m_searchField->setAccessibleName(u"Search devices"_qs);
     m_searchField->installEventFilter(this);
     m_searchField->setClearButtonEnabled(true);
+    if (auto *clear = m_searchField->findChild<QToolButton *>())
+        clear->setAccessibleName(u"Clear search"_qs);
     m_searchField->setFixedHeight(28);
     connect(m_searchField, &QLineEdit::textChanged, this, &PeersWindowController::applyFilter);
 
@@ -127,7 +131,10 @@ void PeersWindowController::buildContent()
         m_clickedDevice.reset();
     });
 
-    auto *layout = new QVBoxLayout(m_window.get());
+    // A main window, without bars: screen readers announce it as a window, with its title.
+    auto *content = new QWidget;
+    m_window->setCentralWidget(content);
+    auto *layout = new QVBoxLayout(content);
     layout->setContentsMargins(0, 16, 0, 8);
     layout->setSpacing(8);
     layout->addLayout(insetHorizontally(m_searchField, 16));

@@ -4,6 +4,7 @@
 #include "PeerListModel.h"
 #include "TrayState.h"
 
+#include <QMainWindow>
 #include <QObject>
 
 #include <memory>
@@ -86,7 +87,7 @@ private:
     // what the copy actions act on, even if a refresh reorders the rows while the menu is open.
     std::optional<ConnectableDeviceSnapshot> m_clickedDevice;
     int m_menuOpenings = 0;
-    std::unique_ptr<QWidget> m_window;
+    std::unique_ptr<QMainWindow> m_window;
     QLineEdit *m_searchField;
     PeerTableView *m_tableView;
     ElidedLabel *m_footerLabel;
