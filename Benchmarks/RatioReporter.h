@@ -18,11 +18,12 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                m_realTimes[run.run_name.function_name] = run.real_accumulated_time / double(run.iterations);
+                m_realTimes[nameOf(run)] = run.real_accumulated_time / double(run.iterations);
         }
     }
 
-    /// Prints numerator time / denominator time with the goal, e.g. "at least 0.5".
+    /// Prints numerator time / denominator time with the goal, e.g. "at least 0.5". Benchmarks are
+    /// named as Google Benchmark names them, with their argument: "applySnapshot/1000".
     void printRatio(const std::string &label, const std::string &numerator,
                     const std::string &denominator, const char *goal) const
     {
@@ -35,5 +36,11 @@ public:
     }
 
 private:
+    // The function and its argument, without the run's settings (such as "/min_time:0.500").
+    static std::string nameOf(const Run &run)
+    {
+        return run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
+    }
+
     std::map<std::string, double> m_realTimes; // seconds per iteration
 };

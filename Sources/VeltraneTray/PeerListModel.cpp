@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
 #include <vector>
 
 namespace Veltrane {
@@ -98,12 +99,10 @@ PeerListModel::PeerListModel(QObject *parent)
 
 void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot)
 {
-    QList<ConnectableDeviceSnapshot> devices;
-    if (snapshot && snapshot->connectableDevices)
-        devices = *snapshot->connectableDevices;
-    sortByDisplayName(devices);
-    m_allDevices = std::move(devices);
+    m_devices = snapshot && snapshot->connectableDevices ? *snapshot->connectableDevices
+                                                         : QList<ConnectableDeviceSnapshot>();
     m_searchKeys.clear();
+    sortByDisplayName();
     filter();
 }
 
@@ -123,7 +122,7 @@ QString PeerListModel::searchFolded(const QString &text)
 
 const QList<PeerListModel::SearchKeys> &PeerListModel::searchKeys()
 {
-    if (m_searchKeys.size() == m_allDevices.size())
+    if (m_searchKeys.size() == m_devices.size())
         return m_searchKeys;
     QHash<QString, QString> folded;
     const auto fold = [&](const QString &text) {
@@ -133,26 +132,21 @@ const QList<PeerListModel::SearchKeys> &PeerListModel::searchKeys()
         return *found;
     };
     m_searchKeys.clear();
-    m_searchKeys.reserve(m_allDevices.size());
-    for (const ConnectableDeviceSnapshot &device : std::as_const(m_allDevices))
+    m_searchKeys.reserve(m_devices.size());
+    for (const ConnectableDeviceSnapshot &device : std::as_const(m_devices))
         m_searchKeys.append({fold(device.displayName()), fold(orEmpty(device.fqdn)), fold(orEmpty(device.assignedIp))});
     m_foldedTexts = std::move(folded); // only the texts now listed
     return m_searchKeys;
 }
 
-void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
+void PeerListModel::sortByDisplayName()
 {
-    struct Entry {
-        const QCollatorSortKey *key;
-        qsizetype index;
-    };
     std::unordered_map<QString, QCollatorSortKey> keys;
-    keys.reserve(size_t(devices.size()));
-    std::vector<Entry> entries;
-    entries.reserve(size_t(devices.size()));
-
-    for (qsizetype i = 0; i < devices.size(); ++i) {
-        const QString name = devices[i].displayName();
+    keys.reserve(size_t(m_devices.size()));
+    std::vector<const QCollatorSortKey *> keyOf; // by position in m_devices
+    keyOf.reserve(size_t(m_devices.size()));
+    for (const ConnectableDeviceSnapshot &device : std::as_const(m_devices)) {
+        const QString name = device.displayName();
         auto found = keys.find(name);
         if (found == keys.end()) {
             const auto previous = m_sortKeys.find(name);
@@ -161,67 +155,74 @@ void PeerListModel::sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices)
             found = previous != m_sortKeys.end() ? keys.emplace(name, previous->second).first
                                                  : keys.emplace(name, m_collator.sortKey(searchFolded(name))).first;
         }
-        entries.push_back({&found->second, i}); // map nodes never move, so the pointer stays valid
+        keyOf.push_back(&found->second); // map nodes never move, so the pointer stays valid
     }
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const Entry &a, const Entry &b) { return a.key->compare(*b.key) < 0; });
-
-    QList<ConnectableDeviceSnapshot> sorted;
-    sorted.reserve(devices.size());
-    for (const Entry &entry : entries)
-        sorted.append(std::move(devices[entry.index]));
-    devices = std::move(sorted);
+    m_order.resize(m_devices.size());
+    std::iota(m_order.begin(), m_order.end(), 0);
+    std::stable_sort(m_order.begin(), m_order.end(),
+                     [&](qsizetype a, qsizetype b) { return keyOf[size_t(a)]->compare(*keyOf[size_t(b)]) < 0; });
     m_sortKeys = std::move(keys); // only the names now listed: the cache never outgrows the list
 }
 
 void PeerListModel::filter()
 {
     if (m_query.isEmpty()) {
-        showRows(m_allDevices);
+        showRows(m_order);
         return;
     }
     const QList<SearchKeys> &keys = searchKeys();
-    QList<ConnectableDeviceSnapshot> filtered;
-    for (qsizetype i = 0; i < m_allDevices.size(); ++i) {
-        const SearchKeys &key = keys[i];
+    QList<qsizetype> rows;
+    for (const qsizetype at : std::as_const(m_order)) {
+        const SearchKeys &key = keys[at];
         if (key.name.contains(m_query) || key.fqdn.contains(m_query) || key.ip.contains(m_query))
-            filtered.append(m_allDevices[i]);
+            rows.append(at);
     }
-    showRows(std::move(filtered));
+    showRows(std::move(rows));
 }
 
-// Rows beyond the new count go, or new ones come, at the end, while the rows before still hold
-// their old contents; then every remaining row is told it changed.
-void PeerListModel::showRows(QList<ConnectableDeviceSnapshot> rows)
+// Rows beyond the new count go, or new ones come, at the end; then every remaining row is told it
+// changed. No view reads a row between the two.
+void PeerListModel::showRows(QList<qsizetype> rows)
 {
-    const qsizetype before = m_filteredDevices.size();
+    const qsizetype before = m_rows.size();
     const qsizetype after = rows.size();
     if (after < before) {
         beginRemoveRows({}, int(after), int(before - 1));
-        m_filteredDevices.resize(after);
+        m_rows.resize(after);
         endRemoveRows();
     } else if (after > before) {
         beginInsertRows({}, int(before), int(after - 1));
-        m_filteredDevices.append(rows.sliced(before));
+        m_rows.append(rows.sliced(before));
         endInsertRows();
     }
-    m_filteredDevices = std::move(rows);
+    m_rows = std::move(rows);
     if (const qsizetype kept = std::min(before, after); kept > 0)
         Q_EMIT dataChanged(index(0, 0), index(int(kept - 1), ColumnCount - 1));
 }
 
+QList<ConnectableDeviceSnapshot> PeerListModel::devicesAt(const QList<qsizetype> &indexes) const
+{
+    QList<ConnectableDeviceSnapshot> devices;
+    devices.reserve(indexes.size());
+    for (const qsizetype at : indexes)
+        devices.append(m_devices[at]);
+    return devices;
+}
+
 std::optional<ConnectableDeviceSnapshot> PeerListModel::device(int row) const
 {
-    if (row < 0 || row >= m_filteredDevices.size())
+    if (row < 0 || row >= m_rows.size())
         return std::nullopt;
-    return m_filteredDevices[row];
+    return shownAt(row);
 }
 
 int PeerListModel::rowOfClientId(const QString &clientId) const
 {
-    const auto found = std::find_if(m_filteredDevices.cbegin(), m_filteredDevices.cend(),
-                                    [&](const ConnectableDeviceSnapshot &device) { return device.clientId == clientId; });
-    return found == m_filteredDevices.cend() ? -1 : int(found - m_filteredDevices.cbegin());
+    for (int row = 0; row < m_rows.size(); ++row) {
+        if (shownAt(row).clientId == clientId)
+            return row;
+    }
+    return -1;
 }
 
 QString PeerListModel::footerText(TrayState state)
@@ -241,7 +242,7 @@ QString PeerListModel::footerText(TrayState state)
 
 int PeerListModel::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : int(m_filteredDevices.size());
+    return parent.isValid() ? 0 : int(m_rows.size());
 }
 
 int PeerListModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
@@ -250,7 +251,7 @@ QVariant PeerListModel::data(const QModelIndex &index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
-    const ConnectableDeviceSnapshot &device = m_filteredDevices[index.row()];
+    const ConnectableDeviceSnapshot &device = shownAt(index.row());
     const auto column = Column(index.column());
     switch (role) {
     case Qt::DisplayRole:
@@ -272,7 +273,7 @@ QVariant PeerListModel::headerData(int section, Qt::Orientation orientation, int
     // The rows' header is never shown; to a screen reader it names each row by its device.
     if (orientation == Qt::Vertical && (role == Qt::DisplayRole || role == Qt::AccessibleTextRole) && section >= 0
         && section < rowCount())
-        return m_filteredDevices[section].displayName();
+        return shownAt(section).displayName();
     return {};
 }
 

@@ -63,8 +63,9 @@ public:
     /// are ignored; line breaks are kept, and the text is searched for as one string.
     void setSearchText(const QString &text);
 
-    const QList<ConnectableDeviceSnapshot> &allDevices() const { return m_allDevices; }
-    const QList<ConnectableDeviceSnapshot> &filteredDevices() const { return m_filteredDevices; }
+    /// Every device in display order, and the ones shown, in rows; built on each call.
+    QList<ConnectableDeviceSnapshot> allDevices() const { return devicesAt(m_order); }
+    QList<ConnectableDeviceSnapshot> filteredDevices() const { return devicesAt(m_rows); }
 
     /// The device shown in `row`, or none when the row is outside the table.
     std::optional<ConnectableDeviceSnapshot> device(int row) const;
@@ -94,22 +95,27 @@ private:
         QString ip;
     };
 
-    void sortByDisplayName(QList<ConnectableDeviceSnapshot> &devices);
+    void sortByDisplayName();
     void filter();
-    void showRows(QList<ConnectableDeviceSnapshot> rows);
+    void showRows(QList<qsizetype> rows);
     const QList<SearchKeys> &searchKeys();
+    QList<ConnectableDeviceSnapshot> devicesAt(const QList<qsizetype> &indexes) const;
+    const ConnectableDeviceSnapshot &shownAt(int row) const { return m_devices[m_rows[row]]; }
 
     QCollator m_collator;
     // Sort keys of the names in the current list. A status arrives every few seconds and names
     // rarely change between two, so most keys are reused instead of asking the collator again.
     std::unordered_map<QString, QCollatorSortKey> m_sortKeys;
     QString m_query; // trimmed and folded
-    // Parallel to m_allDevices; made at the first search after a snapshot, so that typing and an
+    // The daemon's list as it came, shared with the status it came in: records are never copied.
+    // The order and the rows are positions in it.
+    QList<ConnectableDeviceSnapshot> m_devices;
+    QList<qsizetype> m_order; // display order
+    QList<qsizetype> m_rows;  // the devices shown, in display order
+    // Parallel to m_devices; made at the first search after a snapshot, so that typing and an
     // empty search fold nothing. Folded texts of the previous list are reused, like sort keys.
     QList<SearchKeys> m_searchKeys;
     QHash<QString, QString> m_foldedTexts;
-    QList<ConnectableDeviceSnapshot> m_allDevices;
-    QList<ConnectableDeviceSnapshot> m_filteredDevices;
 };
 
 } // namespace Veltrane
