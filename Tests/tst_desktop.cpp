@@ -204,24 +204,26 @@ MenuNode readNode(const QDBusArgument &argument)
     return node;
 }
 
-// Reads an icon's images, each (width, height, ARGB bytes in network order), and returns the
-// colour at the centre of the state dot in the 22-pixel one.
-QColor dotColourOf(const QDBusArgument &argument)
+struct Image {
+    int width = 0;
+    int height = 0;
+    QByteArray argb; // network byte order: A, R, G, B
+};
+
+// Reads an icon's images, as a host does.
+QList<Image> imagesOf(const QDBusArgument &argument)
 {
-    QColor colour;
+    QList<Image> images;
     argument.beginArray();
     while (!argument.atEnd()) {
-        int width = 0, height = 0;
-        QByteArray argb;
+        Image image;
         argument.beginStructure();
-        argument >> width >> height >> argb;
+        argument >> image.width >> image.height >> image.argb;
         argument.endStructure();
-        const auto *pixel = reinterpret_cast<const uchar *>(argb.constData()) + 4 * (16 * width + 16);
-        if (width == 22 && height == 22)
-            colour = QColor(pixel[1], pixel[2], pixel[3], pixel[0]);
+        images.append(image);
     }
     argument.endArray();
-    return colour;
+    return images;
 }
 
 } // namespace
@@ -279,30 +281,33 @@ private:
         QString iconName, title;
         argument.beginStructure();
         argument >> iconName;
-        dotColourOf(argument);
+        imagesOf(argument);
         argument >> title;
         return title;
     }
 
-    QColor dotColour() const { return dotColourOf(qvariant_cast<QDBusArgument>(itemProperty(u"IconPixmap"_qs))); }
+    QList<Image> icon() const { return imagesOf(qvariant_cast<QDBusArgument>(itemProperty(u"IconPixmap"_qs))); }
+
+    // The colour at the centre of the state dot in the 22-pixel image.
+    QColor dotColour() const
+    {
+        for (const Image &image : icon()) {
+            if (image.width != 22 || image.height != 22)
+                continue;
+            const auto *pixel = reinterpret_cast<const uchar *>(image.argb.constData()) + 4 * (16 * image.width + 16);
+            return QColor(pixel[1], pixel[2], pixel[3], pixel[0]);
+        }
+        return {};
+    }
 
     QString menuPath() const { return qvariant_cast<QDBusObjectPath>(itemProperty(u"Menu"_qs)).path(); }
 
-    // The sizes of the icon's images, as a host reads them.
+    // The sizes of the icon's images; -1 for one whose pixels do not fill it.
     QList<int> iconSizes() const
     {
         QList<int> sizes;
-        const QDBusArgument argument = qvariant_cast<QDBusArgument>(itemProperty(u"IconPixmap"_qs));
-        argument.beginArray();
-        while (!argument.atEnd()) {
-            int width = 0, height = 0;
-            QByteArray argb;
-            argument.beginStructure();
-            argument >> width >> height >> argb;
-            argument.endStructure();
-            sizes.append(argb.size() == 4 * width * height ? width : -1);
-        }
-        argument.endArray();
+        for (const Image &image : icon())
+            sizes.append(image.argb.size() == 4 * image.width * image.height ? image.width : -1);
         return sizes;
     }
 
