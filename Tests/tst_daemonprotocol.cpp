@@ -68,6 +68,23 @@ private Q_SLOTS:
                           R"({"connectionStatus":{"roundTripTimeMilliseconds":1.5E3}}]}})")
             << numbers;
 
+        // Integers of any length are numbers: beyond 64 bits they read as the nearest double. Digits
+        // in strings stay text, also after an escaped quote.
+        DaemonControlResponse longIntegers;
+        longIntegers.code = u"\"123456789012345678901"_qs;
+        longIntegers.status = DaemonStatusSnapshot{};
+        longIntegers.status->connectableDevices = QList<ConnectableDeviceSnapshot>(2);
+        (*longIntegers.status->connectableDevices)[0].connectionStatus =
+            NodeConnectionStatusSnapshot{{}, {}, 123456789012345678901.0};
+        (*longIntegers.status->connectableDevices)[1].connectionStatus =
+            NodeConnectionStatusSnapshot{{}, {}, 18446744073709551615.0};
+        QTest::newRow("integers beyond 64 bits")
+            << QByteArray("{\"code\":\"\\\"123456789012345678901\",\"unread\":[-123456789012345678901234567890,1.5],"
+                          R"("status":{"connectableDevices":[)"
+                          R"({"connectionStatus":{"roundTripTimeMilliseconds":123456789012345678901}},)"
+                          R"({"connectionStatus":{"roundTripTimeMilliseconds":18446744073709551615}}]}})")
+            << longIntegers;
+
         DaemonControlResponse text;
         text.error = u"caf\u00e9 \u201cquoted\u201d \U0001F600 <b>&amp;"_qs;
         text.login = DaemonLoginSnapshot{u"https://x.example/a?b=c"_qs, {}, {}};
@@ -122,9 +139,11 @@ private Q_SLOTS:
                           R"({"roundTripTimeMilliseconds":"12"}}]}})")
             << u"expected a number at status.connectableDevices[0].connectionStatus."
                u"roundTripTimeMilliseconds, found a string"_qs;
-        QTest::newRow("number beyond range") << QByteArray(R"({"unread":1e400})") << QString();
-        QTest::newRow("integer beyond 64 bits") << QByteArray(R"({"unread":123456789012345678901234567890})")
-                                                << QString();
+        // A double cannot hold it, and the reply would not say what the daemon meant.
+        QTest::newRow("number beyond a double's range") << QByteArray(R"({"unread":123456789012345678901,"x":1e400})")
+                                                       << QString();
+        QTest::newRow("long integer where a boolean belongs") << QByteArray(R"({"success":123456789012345678901})")
+                                                              << u"expected a boolean at success, found a number"_qs;
         QTest::newRow("invalid UTF-8") << QByteArray("{\"code\":\"\xff\"}") << QString();
         QTest::newRow("lone surrogate") << QByteArray(R"({"code":"\ud800"})") << QString();
     }

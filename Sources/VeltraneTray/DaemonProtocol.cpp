@@ -5,6 +5,9 @@
 
 #include <simdjson.h>
 
+#include <cctype>
+#include <string_view>
+
 #include <string_view>
 
 namespace Veltrane {
@@ -176,6 +179,58 @@ private:
     QStringList m_pathReversed;
 };
 
+// A JSON integer may have any number of digits; the parser takes only those that fit in 64 bits.
+// Written with an exponent the same literal is read as the nearest double, as any JSON number
+// must be: "123456789012345678901" becomes "123456789012345678901e0". Only numbers outside
+// strings are touched; none is when every integer fits, and nothing is returned then.
+std::optional<QByteArray> widenedIntegers(const QByteArray &line)
+{
+    static constexpr std::string_view mostNegative = "9223372036854775808"; // digits of -2^63
+    static constexpr std::string_view mostPositive = "18446744073709551615"; // 2^64 - 1
+    const auto fits = [](std::string_view digits, bool negative) {
+        const std::string_view limit = negative ? mostNegative : mostPositive;
+        return digits.size() < limit.size() || (digits.size() == limit.size() && digits <= limit);
+    };
+    QByteArray widened;
+    qsizetype copied = 0;
+    bool inString = false;
+    for (qsizetype i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (inString) {
+            if (c == '\\')
+                ++i; // the escaped character, a quote among them
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+            continue;
+        }
+        if (c != '-' && !std::isdigit(static_cast<unsigned char>(c)))
+            continue;
+        qsizetype end = i + (c == '-' ? 1 : 0);
+        const qsizetype firstDigit = end;
+        while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end])))
+            ++end;
+        const bool integer = end == line.size() || (line[end] != '.' && line[end] != 'e' && line[end] != 'E');
+        if (integer && !fits(std::string_view(line.constData() + firstDigit, size_t(end - firstDigit)), c == '-')) {
+            widened.append(line.constData() + copied, end - copied);
+            widened.append("e0");
+            copied = end;
+        }
+        // Skip the rest of the literal (fraction, exponent) so its digits are not read again.
+        while (end < line.size() && (std::isdigit(static_cast<unsigned char>(line[end])) || line[end] == '.'
+                                     || line[end] == 'e' || line[end] == 'E' || line[end] == '+' || line[end] == '-'))
+            ++end;
+        i = end - 1;
+    }
+    if (copied == 0)
+        return std::nullopt;
+    widened.append(line.constData() + copied, line.size() - copied);
+    return widened;
+}
+
 simdjson::dom::parser &threadParser()
 {
     // One parser per thread keeps its buffers between replies; in the app only the client's worker
@@ -190,9 +245,13 @@ std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArr
 {
     // With enough spare capacity behind the bytes the parser reads in place; otherwise it copies.
     const bool padded = line.capacity() - line.size() >= paddingBytes;
-    auto parsed = threadParser().parse(line.constData(), size_t(line.size()), !padded);
     element root;
-    if (const auto error = std::move(parsed).get(root); error != simdjson::SUCCESS)
+    auto error = threadParser().parse(line.constData(), size_t(line.size()), !padded).get(root);
+    if (error == simdjson::NUMBER_ERROR) {
+        if (const std::optional<QByteArray> widened = widenedIntegers(line))
+            error = threadParser().parse(widened->constData(), size_t(widened->size()), true).get(root);
+    }
+    if (error != simdjson::SUCCESS)
         return DecodeFailure{QString::fromUtf8(simdjson::error_message(error))};
     if (!root.is_object())
         return DecodeFailure{
