@@ -33,6 +33,7 @@ public:
 
     QStringList capabilities{u"body"_qs};
     QString refusal; // non-empty: Notify fails with this message
+    bool stallCapabilities = false; // take the question and never answer it
 
     QList<Call> calls() const
     {
@@ -44,6 +45,8 @@ public Q_SLOTS:
     QStringList GetCapabilities()
     {
         record(u"GetCapabilities"_qs, {});
+        if (stallCapabilities)
+            setDelayedReply(true);
         return capabilities;
     }
 
@@ -82,11 +85,12 @@ private:
     QThread m_serverThread;
     FakeNotificationServer *m_server = nullptr;
 
-    void startServer(const QStringList &capabilities, const QString &refusal = {})
+    void startServer(const QStringList &capabilities, const QString &refusal = {}, bool stall = false)
     {
         m_server = new FakeNotificationServer;
         m_server->capabilities = capabilities;
         m_server->refusal = refusal;
+        m_server->stallCapabilities = stall;
         m_server->moveToThread(&m_serverThread);
         m_serverThread.start();
         bool registered = false;
@@ -206,6 +210,20 @@ private Q_SLOTS:
         QTRY_COMPARE(notifyCalls().size(), 1);
         QCOMPARE(m_server->calls().first().method, u"GetCapabilities"_qs);
         QCOMPARE(notifyCalls()[0].arguments[4].toString(), u"a &lt; b"_qs);
+    }
+
+    // A server that takes the capability question and never answers holds notices back only
+    // briefly; without its answer the body goes out escaped. The question is not asked again.
+    void aStalledServerHoldsNoticesBackBriefly()
+    {
+        startServer({u"body"_qs}, {}, true);
+        installDesktopNotifications();
+        Notify::show(u"T"_qs, u"a < b"_qs);
+        QTRY_COMPARE_WITH_TIMEOUT(notifyCalls().size(), 1, 3000); // the bus would wait 25 s
+        QCOMPARE(notifyCalls()[0].arguments[4].toString(), u"a &lt; b"_qs);
+        Notify::show(u"T2"_qs, u"c"_qs);
+        QTRY_COMPARE_WITH_TIMEOUT(notifyCalls().size(), 2, 3000);
+        QCOMPARE(m_server->calls().count() - notifyCalls().size(), 1);
     }
 
     void identityComesFromTheInstalledDesktopEntry()

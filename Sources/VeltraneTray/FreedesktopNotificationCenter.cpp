@@ -28,6 +28,9 @@ FreedesktopNotificationCenter::FreedesktopNotificationCenter(const QDBusConnecti
     , m_bus(bus)
     , m_desktopEntry(desktopEntry)
 {
+    m_answerDeadline.setSingleShot(true);
+    m_answerDeadline.setInterval(answerWaitMilliseconds);
+    connect(&m_answerDeadline, &QTimer::timeout, this, &FreedesktopNotificationCenter::deliverWaiting);
 }
 
 void FreedesktopNotificationCenter::requestAuthorization() { queryCapabilities(); }
@@ -40,6 +43,8 @@ void FreedesktopNotificationCenter::add(const NotificationRequest &request, Deli
     }
     m_waiting.push_back({request, std::move(delivered)});
     queryCapabilities();
+    if (!m_answerDeadline.isActive())
+        m_answerDeadline.start();
 }
 
 void FreedesktopNotificationCenter::queryCapabilities()
@@ -53,17 +58,25 @@ void FreedesktopNotificationCenter::queryCapabilities()
         m_queryInFlight = false;
         const QDBusPendingReply<QStringList> reply = *call;
         // A failed query leaves the answer unknown, so the next notice asks again; notices that
-        // waited go out as plain text and report the server's own error if it is still away.
+        // waited go out escaped and report the server's own error if it is still away.
         if (!reply.isError())
             m_bodyMarkup = reply.value().contains(u"body-markup"_qs);
-        for (Waiting &waiting : std::exchange(m_waiting, {}))
-            deliver(waiting.request, std::move(waiting.delivered));
+        deliverWaiting();
     });
+}
+
+void FreedesktopNotificationCenter::deliverWaiting()
+{
+    m_answerDeadline.stop();
+    for (Waiting &waiting : std::exchange(m_waiting, {}))
+        deliver(waiting.request, std::move(waiting.delivered));
 }
 
 void FreedesktopNotificationCenter::deliver(const NotificationRequest &request, DeliveryHandler delivered)
 {
-    const QString body = m_bodyMarkup.value_or(false) ? request.body.toHtmlEscaped() : request.body;
+    // Unknown is treated as markup: escaped text at worst shows its entities, while unescaped text
+    // at a server that parses markup could show what the daemon never wrote.
+    const QString body = m_bodyMarkup.value_or(true) ? request.body.toHtmlEscaped() : request.body;
     QVariantMap hints{{u"x-veltrane-id"_qs, request.identifier}};
     if (!m_desktopEntry.isEmpty())
         hints.insert(u"desktop-entry"_qs, m_desktopEntry);

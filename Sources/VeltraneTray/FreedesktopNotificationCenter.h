@@ -4,6 +4,7 @@
 
 #include <QDBusConnection>
 #include <QObject>
+#include <QTimer>
 
 #include <vector>
 
@@ -14,7 +15,9 @@ namespace Veltrane {
 /// The service has no permission step; what stands for it is the capability query, the one
 /// handshake in which the server says what it will show. Its answer decides whether the server
 /// parses body markup, in which case bodies are escaped so that daemon text shows as typed.
-/// Notices added before the answer wait for it (without blocking) and then go out in order.
+/// Notices added before the answer wait for it (without blocking) and then go out in order, but
+/// never longer than `answerWaitMilliseconds`: a server that stalls gets them then, escaped, since
+/// without its answer escaping is the only way daemon text cannot turn into markup.
 class FreedesktopNotificationCenter : public QObject, public NotificationCenter
 {
     Q_OBJECT
@@ -22,6 +25,8 @@ class FreedesktopNotificationCenter : public QObject, public NotificationCenter
 public:
     FreedesktopNotificationCenter(const QDBusConnection &bus, const QString &desktopEntry,
                                   QObject *parent = nullptr);
+
+    static constexpr int answerWaitMilliseconds = 500;
 
     void requestAuthorization() override;
     void add(const NotificationRequest &request, DeliveryHandler delivered) override;
@@ -33,6 +38,7 @@ private:
     };
 
     void queryCapabilities();
+    void deliverWaiting();
     void deliver(const NotificationRequest &request, DeliveryHandler delivered);
 
     QDBusConnection m_bus;
@@ -40,6 +46,7 @@ private:
     std::optional<bool> m_bodyMarkup; // known once a capability query succeeded
     bool m_queryInFlight = false;
     std::vector<Waiting> m_waiting;
+    QTimer m_answerDeadline;
 };
 
 } // namespace Veltrane
