@@ -160,6 +160,51 @@ private Q_SLOTS:
             QCOMPARE(failure->description, description);
     }
 
+    // Every key as the daemon spells it, written out here rather than taken from the key table
+    // that the decoder and the simulator share, so a misspelt key in that table shows.
+    void readsEveryKeyAsTheDaemonSpellsIt()
+    {
+        const QByteArray line =
+            "{\"success\":true,\"code\":\"c\",\"error\":\"e\",\"message\":\"m\","
+            "\"login\":{\"loginUrl\":\"u\",\"loginCode\":\"lc\",\"userEmail\":\"le\"},"
+            "\"status\":{\"clientId\":\"sc\",\"networkId\":\"sn\",\"membershipState\":\"ms\",\"assignedIp\":\"si\","
+            "\"isDataPlaneActive\":true,\"wantRunning\":false,\"userEmail\":\"se\",\"selfFqdn\":\"sf\","
+            "\"isTagged\":true,\"ownerTag\":\"so\",\"connectableDevices\":[{\"networkId\":\"dn\","
+            "\"networkName\":\"dnn\",\"clientId\":\"dc\",\"computerName\":\"dcn\",\"hostName\":\"dh\","
+            "\"fqdn\":\"df\",\"assignedIp\":\"di\",\"online\":true,\"connectionStatus\":{\"state\":\"cs\","
+            "\"endpoint\":\"ce\",\"roundTripTimeMilliseconds\":7}}]}}";
+        ConnectableDeviceSnapshot device;
+        device.networkId = u"dn"_qs;
+        device.networkName = u"dnn"_qs;
+        device.clientId = u"dc"_qs;
+        device.computerName = u"dcn"_qs;
+        device.hostName = u"dh"_qs;
+        device.fqdn = u"df"_qs;
+        device.assignedIp = u"di"_qs;
+        device.online = true;
+        device.connectionStatus = NodeConnectionStatusSnapshot{u"cs"_qs, u"ce"_qs, 7};
+        DaemonStatusSnapshot status;
+        status.clientId = u"sc"_qs;
+        status.networkId = u"sn"_qs;
+        status.membershipState = u"ms"_qs;
+        status.assignedIp = u"si"_qs;
+        status.isDataPlaneActive = true;
+        status.wantRunning = false;
+        status.userEmail = u"se"_qs;
+        status.selfFqdn = u"sf"_qs;
+        status.isTagged = true;
+        status.ownerTag = u"so"_qs;
+        status.connectableDevices = QList{device};
+        DaemonControlResponse expected;
+        expected.success = true;
+        expected.code = u"c"_qs;
+        expected.error = u"e"_qs;
+        expected.message = u"m"_qs;
+        expected.login = DaemonLoginSnapshot{u"u"_qs, u"lc"_qs, u"le"_qs};
+        expected.status = status;
+        QCOMPARE(decoded(line), expected);
+    }
+
     // The generated peers exercise every field; writing them as the daemon does and reading them
     // back must give the same records, whether the bytes come padded or not.
     void decodesWhatTheDaemonWrites()

@@ -139,18 +139,6 @@ private Q_SLOTS:
             QVERIFY(left > 2 * point * point && qAbs(left - right) <= (left + right) / 4);
         }
     }
-
-    // The logo may be first touched from several threads at once; it is made exactly once.
-    void loadsTheLogoOnceAcrossThreads()
-    {
-        std::vector<const Logo *> seen(8, nullptr);
-        std::vector<std::thread> threads;
-        for (size_t i = 0; i < seen.size(); ++i)
-            threads.emplace_back([&seen, i] { seen[i] = &IconFactory::logo(); });
-        for (std::thread &thread : threads)
-            thread.join();
-        QCOMPARE(std::count(seen.cbegin(), seen.cend(), &IconFactory::logo()), qsizetype(seen.size()));
-    }
 };
 
 QTEST_MAIN(TestIconFactory)

@@ -226,6 +226,21 @@ private Q_SLOTS:
         QCOMPARE(m_server->calls().count() - notifyCalls().size(), 1);
     }
 
+    // Permission is asked once per run, before the first notice, however many follow.
+    void asksPermissionOncePerRun()
+    {
+        struct CountingCenter : NotificationCenter {
+            QStringList events;
+            void requestAuthorization() override { events.append(u"permission"_qs); }
+            void add(const NotificationRequest &request, DeliveryHandler) override { events.append(request.title); }
+        };
+        auto center = std::make_shared<CountingCenter>();
+        Notify::install(u"net.veltrane.tray"_qs, center);
+        for (const QString &title : {u"a"_qs, u"b"_qs, u"c"_qs})
+            Notify::show(title, u"body"_qs);
+        QCOMPARE(center->events, (QStringList{u"permission"_qs, u"a"_qs, u"b"_qs, u"c"_qs}));
+    }
+
     void identityComesFromTheInstalledDesktopEntry()
     {
         QTemporaryDir prefix;
