@@ -5,8 +5,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 "$root/scripts/install-deps.sh"
 
-# A short fuzz run of the decoder under ASan and UBSan; scripts/fuzz.sh alone runs longer.
-"$root/scripts/fuzz.sh" 30
+# A short fuzz run of the decoder and of the whole exchange under ASan and UBSan; scripts/fuzz.sh
+# alone runs longer.
+"$root/scripts/fuzz.sh" 20
 
 # The parsing and socket code again, under ASan and UBSan.
 cmake -S "$root" -B "$root/build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELTRANE_SANITIZE=ON >/dev/null

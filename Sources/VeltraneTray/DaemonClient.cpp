@@ -27,8 +27,10 @@ QThreadPool &workQueue()
     return *queue;
 }
 
-DaemonResult exchange(const QByteArray &socketPath, const DaemonControlRequest &request,
-                      double timeoutSeconds)
+} // namespace
+
+DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
+                                       double timeoutSeconds)
 {
     auto connected = DaemonSocket::connect(socketPath);
     if (auto *error = std::get_if<ClientError>(&connected))
@@ -54,8 +56,6 @@ DaemonResult exchange(const QByteArray &socketPath, const DaemonControlRequest &
     return std::get<DaemonControlResponse>(std::move(decoded));
 }
 
-} // namespace
-
 DaemonClient::DaemonClient(const QString &socketPath) : m_socketPath(socketPath.toUtf8()) {}
 
 void DaemonClient::send(const DaemonControlRequest &request, double timeoutSeconds,
@@ -65,7 +65,7 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
     workQueue().start([socketPath = m_socketPath, request, timeoutSeconds,
                        context = QPointer<const QObject>(context),
                        completion = std::move(completion)]() mutable {
-        DaemonResult result = exchange(socketPath, request, timeoutSeconds);
+        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds);
         // Posted even for a result computed at once, so the completion never runs on the stack
         // of send(). The context is checked on the main thread, where it lives.
         QMetaObject::invokeMethod(

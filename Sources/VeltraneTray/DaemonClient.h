@@ -45,6 +45,11 @@ public:
     /// when the daemon answered with success, and nothing on any failure or refusal.
     void tryGetStatus(const QObject *context, StatusCompletion completion) const;
 
+    /// The whole exchange, blocking, on the calling thread: what the worker runs for each request,
+    /// from connecting to the decoded reply. Only the worker and the exchange fuzzer call it.
+    static DaemonResult exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
+                                    double timeoutSeconds);
+
 private:
     QByteArray m_socketPath;
 };
