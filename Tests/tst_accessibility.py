@@ -9,17 +9,13 @@ cells of the device it shows.
 Usage: tst_accessibility.py PREFIX SIMULATOR, under xvfb-run and dbus-run-session.
 """
 import json
-import os
 import socket
-import subprocess
 import sys
-import tempfile
-import time
 
-import dbus
 import pyatspi
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+from appsession import AppSession, until
+
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 COLUMNS = ["Device", "IP", "Status", "Path", "RTT"]
 failures = []
@@ -29,19 +25,6 @@ def check(condition, what):
     if not condition:
         failures.append(what)
         print("FAIL:", what)
-
-
-def until(probe, seconds=15):
-    deadline = time.monotonic() + seconds
-    while time.monotonic() < deadline:
-        try:
-            result = probe()
-            if result:
-                return result
-        except (dbus.DBusException, LookupError):
-            pass
-        time.sleep(0.1)
-    raise TimeoutError(probe.__doc__ or "condition")
 
 
 def daemon_devices(path):
@@ -55,19 +38,6 @@ def daemon_devices(path):
     devices = json.loads(reply)["status"]["connectableDevices"]
     name = lambda d: d.get("computerName") or d.get("hostName") or d.get("fqdn") or ""
     return {(name(d), d.get("assignedIp", "")) for d in devices}
-
-
-def open_peers_window(bus):
-    """Chooses "Peers…" in the app's exported menu."""
-    owner = until(lambda: bus.get_name_owner("net.veltrane.tray"))
-    menu = dbus.Interface(bus.get_object(owner, "/MenuBar", introspect=False), "com.canonical.dbusmenu")
-
-    def peers_row():
-        """the "Peers…" row, shown once the daemon says it is connected"""
-        _, (_, _, rows) = menu.GetLayout(0, -1, dbus.Array([], signature="s"))
-        return next((row[0] for row in rows if row[1].get("label") == "Peers\u2026" and row[1].get("visible")), None)
-
-    menu.Event(until(peers_row), "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0))
 
 
 def find(node, predicate):
@@ -88,17 +58,8 @@ def descendants(node):
 
 
 def main():
-    work = tempfile.mkdtemp()
-    socket_path = os.path.join(work, "daemon.sock")
-    simulator = subprocess.Popen([SIMULATOR, "--socket", socket_path, "--peers", "6"], stdout=subprocess.DEVNULL)
-    environment = dict(os.environ, QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1", QT_QPA_PLATFORM="xcb")
-    app = None
-    try:
-        until(lambda: os.path.exists(socket_path))
-        app = subprocess.Popen([os.path.join(HERE, "../scripts/with-daemon-socket.sh"), work,
-                                os.path.join(PREFIX, "bin/veltrane-tray")], env=environment)
-        open_peers_window(dbus.SessionBus())
-
+    with AppSession(PREFIX, SIMULATOR, ["--peers", "6"], environment={"QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}) as session:
+        session.click("Peers\u2026")
         desktop = pyatspi.Registry.getDesktop(0)
         window = until(lambda: find(desktop, lambda n: n.name == "Veltrane \u2014 Peers"))
         check(window.getRole() == pyatspi.ROLE_FRAME, f"the window is a frame, not a {window.getRoleName()}")
@@ -117,18 +78,13 @@ def main():
 
         grid = table.queryTable()
         check([grid.getColumnDescription(c) for c in range(grid.nColumns)] == COLUMNS, "the column titles")
-        expected = daemon_devices(socket_path)
+        expected = daemon_devices(session.socket)
         shown = set()
         for row in range(grid.nRows):
             cells = [grid.getAccessibleAt(row, column).name for column in range(grid.nColumns)]
             check(grid.getRowDescription(row) == cells[0], f"row {row} is named by its device")
             shown.add((cells[0], cells[1]))
         check(shown == expected, f"the rows read as the daemon's devices: {sorted(shown)} != {sorted(expected)}")
-    finally:
-        for process in (app, simulator):
-            if process:
-                process.kill()
-                process.wait()
     print(f"{0 if failures else 1} passed, {1 if failures else 0} failed")
     return 1 if failures else 0
 

@@ -9,7 +9,7 @@ packages=(
     clang libclang-rt-dev
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
     xfce4-panel xfwm4 xfconf xdotool imagemagick
-    at-spi2-core python3-pyatspi python3-dbus
+    at-spi2-core python3-pyatspi python3-dbus strace
 )
 
 missing=()
