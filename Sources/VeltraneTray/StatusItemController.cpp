@@ -32,7 +32,7 @@ void notifyRefusal(const DaemonControlResponse &response, const QString &title, 
 } // namespace
 
 StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client,
-                                           UrlOpener openUrl)
+                                           UrlOpener openUrl, int pollInterval)
     : m_client(client)
     , m_openUrl(std::move(openUrl))
     , m_menu(std::make_unique<QMenu>())
@@ -47,7 +47,7 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
     // A coarse timer lets the system batch wake-ups, as a laptop wants from a program left running
     // all day; a tick a little late does no harm.
     m_pollTimer.setTimerType(Qt::CoarseTimer);
-    m_pollTimer.setInterval(pollIntervalMilliseconds);
+    m_pollTimer.setInterval(pollInterval);
     connect(&m_pollTimer, &QTimer::timeout, this, &StatusItemController::poll);
     m_pollTimer.start();
 }

@@ -37,13 +37,15 @@ public:
     /// Opens a sign-in link in the user's browser.
     using UrlOpener = std::function<void(const QUrl &url)>;
 
-    /// Builds the menu into `statusItem`, shows the unreachable daemon, sends the first status
-    /// request at once and starts polling. The app passes the default client and opener; tests
-    /// pass a simulated daemon's socket and a recorder.
-    StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client, UrlOpener openUrl);
-    ~StatusItemController() override;
-
     static constexpr int pollIntervalMilliseconds = 3000;
+
+    /// Builds the menu into `statusItem`, shows the unreachable daemon, sends the first status
+    /// request at once and starts polling every `pollInterval` milliseconds. The app passes the
+    /// default client and opener and polls every three seconds; tests pass a simulated daemon's
+    /// socket and a recorder, and the soak a shorter interval.
+    StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client, UrlOpener openUrl,
+                         int pollInterval = pollIntervalMilliseconds);
+    ~StatusItemController() override;
 
 public Q_SLOTS:
     void onToggleConnect();

@@ -150,6 +150,7 @@ Fault SimulatorServer::activeFault(const QByteArray &request)
 {
     std::lock_guard lock(m_mutex);
     m_requests.append(request);
+    ++m_requestCounts[request];
     if (m_requests.size() > requestHistory)
         m_requests.removeFirst();
     const bool applies = m_faultCommand.isEmpty() || m_faultCommand == commandOf(request);
@@ -160,6 +161,12 @@ QList<QByteArray> SimulatorServer::requestsReceived() const
 {
     std::lock_guard lock(m_mutex);
     return m_requests;
+}
+
+qint64 SimulatorServer::requestCount(const QByteArray &request) const
+{
+    std::lock_guard lock(m_mutex);
+    return m_requestCounts.value(request);
 }
 
 void SimulatorServer::reapFinishedWorkers()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QHash>
+
 #include "SimulatedDaemon.h"
 
 #include <QString>
@@ -57,6 +59,8 @@ public:
     /// The request lines received, oldest first, as they arrived without their line feed; the
     /// most recent requestHistory of them, so a simulator left running stays small.
     QList<QByteArray> requestsReceived() const;
+    /// How many request lines equal to `request` arrived since the start, however many.
+    qint64 requestCount(const QByteArray &request) const;
 
 private:
     void acceptLoop();
@@ -84,6 +88,7 @@ private:
     std::list<Worker> m_workers;
     std::set<int> m_openConnections;
     QList<QByteArray> m_requests;
+    QHash<QByteArray, qint64> m_requestCounts;
 };
 
 } // namespace Veltrane::Simulator
