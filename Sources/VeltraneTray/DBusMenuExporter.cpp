@@ -214,9 +214,11 @@ void DBusMenuExporter::sendChanges()
         Q_EMIT ItemsPropertiesUpdated(updated, removed);
 }
 
+bool DBusMenuExporter::isKnown(int id) const { return id == 0 || actionOf(id); }
+
 bool DBusMenuExporter::rejectUnknown(int id)
 {
-    if (id == 0 || actionOf(id))
+    if (isKnown(id))
         return false;
     if (calledFromDBus())
         sendErrorReply(unknownIdError, u"No menu item has the id %1"_qs.arg(id));
@@ -278,7 +280,7 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList &events)
 {
     QList<int> idErrors;
     for (const DBusMenuEvent &event : events) {
-        if (event.id != 0 && !actionOf(event.id))
+        if (!isKnown(event.id))
             idErrors.append(event.id);
         else
             Event(event.id, event.eventId, event.data, event.timestamp);
@@ -298,7 +300,7 @@ bool DBusMenuExporter::AboutToShow(int id)
 QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int> &ids, QList<int> &idErrors)
 {
     for (const int id : ids) {
-        if (id != 0 && !actionOf(id))
+        if (!isKnown(id))
             idErrors.append(id);
     }
     return {};

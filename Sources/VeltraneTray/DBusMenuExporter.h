@@ -75,6 +75,7 @@ private:
     };
 
     QAction *actionOf(int id) const;
+    bool isKnown(int id) const; // the root (0) or an action in the menu
     QVariantMap propertiesOf(QAction *action);
     QByteArray iconPngOf(QAction *action);
     DBusMenuLayoutItem nodeOf(int id, int depth, const QStringList &propertyNames);

@@ -201,11 +201,8 @@ bool PeersWindowController::eventFilter(QObject *watched, QEvent *event)
     if (watched == m_searchField && event->type() == QEvent::KeyPress
         && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Down && m_model.rowCount() > 0) {
         m_tableView->setFocus(Qt::TabFocusReason);
-        if (!m_tableView->selectionModel()->hasSelection()) {
-            const int row = std::max(m_tableView->currentIndex().row(), 0);
-            m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0), QItemSelectionModel::ClearAndSelect
-                                                                                        | QItemSelectionModel::Rows);
-        }
+        if (!m_tableView->selectionModel()->hasSelection())
+            selectRow(std::max(m_tableView->currentIndex().row(), 0));
         return true;
     }
     return QObject::eventFilter(watched, event);
@@ -240,9 +237,15 @@ void PeersWindowController::keepingSelection(const Change &change)
     // The current row follows the selection, for the keyboard; moving it would scroll the table to
     // it, and a refresh must leave the table where the user left it.
     m_tableView->setAutoScroll(false);
+    selectRow(row);
+    m_tableView->setAutoScroll(true);
+}
+
+// The row alone is selected, and the keyboard goes on from it.
+void PeersWindowController::selectRow(int row)
+{
     m_tableView->selectionModel()->setCurrentIndex(m_model.index(row, 0),
                                                    QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-    m_tableView->setAutoScroll(true);
 }
 
 std::optional<ConnectableDeviceSnapshot> PeersWindowController::selectedDevice() const

@@ -76,6 +76,7 @@ private:
     void applyFilter(const QString &searchText);
     template <class Change>
     void keepingSelection(const Change &change);
+    void selectRow(int row);
     std::optional<ConnectableDeviceSnapshot> selectedDevice() const;
     void showRowMenu(int clickedRow, const QPoint &globalPosition);
     void onEscape();
