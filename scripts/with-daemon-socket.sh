@@ -20,14 +20,17 @@ fi
 unset VELTRANE_IN_NAMESPACE
 
 # A fresh /run that holds everything the old one did (the session bus, the user's runtime
-# directory, the system bus), each bound back in place, and the daemon's directory besides.
+# directory, the system bus), each bound back in place, except the daemon's directory: a real
+# daemon's, whether it listens or not, gives way to DIR.
 old=$(mktemp -d)
 mount --rbind /run "$old"
 mount -t tmpfs -o mode=755 veltrane-run /run
 shopt -s dotglob nullglob
 for entry in "$old"/*; do
     name=${entry##*/}
-    if [ -L "$entry" ]; then
+    if [ "$name" = veltrane ]; then
+        continue
+    elif [ -L "$entry" ]; then
         cp -P "$entry" "/run/$name"
         continue
     elif [ -d "$entry" ]; then

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -146,9 +147,19 @@ void SimulatorServer::setScriptedReply(const QByteArray &bytes)
     m_scriptedReply = bytes;
 }
 
+void SimulatorServer::setLogRequests(bool log)
+{
+    std::lock_guard lock(m_mutex);
+    m_logRequests = log;
+}
+
 Fault SimulatorServer::activeFault(const QByteArray &request)
 {
     std::lock_guard lock(m_mutex);
+    if (m_logRequests) {
+        std::fprintf(stderr, "request: %s\n", request.constData());
+        std::fflush(stderr);
+    }
     m_requests.append(request);
     ++m_requestCounts[request];
     if (m_requests.size() > requestHistory)

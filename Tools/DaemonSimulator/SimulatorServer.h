@@ -55,6 +55,8 @@ public:
     void setFault(Fault fault, const QString &command = {});
     /// The bytes that Fault::Scripted sends, line feed included or not.
     void setScriptedReply(const QByteArray &bytes);
+    /// Writes every request line to standard error as it arrives ("request: …").
+    void setLogRequests(bool log);
     static constexpr qsizetype requestHistory = 1000;
     /// The request lines received, oldest first, as they arrived without their line feed; the
     /// most recent requestHistory of them, so a simulator left running stays small.
@@ -85,6 +87,7 @@ private:
     Fault m_fault = Fault::None;
     QString m_faultCommand;
     QByteArray m_scriptedReply;
+    bool m_logRequests = false;
     std::list<Worker> m_workers;
     std::set<int> m_openConnections;
     QList<QByteArray> m_requests;

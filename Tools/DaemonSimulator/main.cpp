@@ -36,8 +36,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption faultOption(
         u"fault"_qs, u"Misbehave: one of %1, optionally for one command (e.g. refuse:start)."_qs.arg(faultNames().join(u", ")),
         u"mode[:command]"_qs);
+    const QCommandLineOption logOption(u"log-requests"_qs, u"Print every request line on standard error."_qs);
     parser.addOptions({socketOption, peersOption, seedOption, stoppedOption, signedOutOption, noNetworkOption,
-                       taggedOption, loginDelayOption, connectDelayOption, faultOption});
+                       taggedOption, loginDelayOption, connectDelayOption, faultOption, logOption});
     parser.process(app);
 
     SimulatedDaemon::Options options;
@@ -69,6 +70,7 @@ int main(int argc, char *argv[])
         }
         server.setFault(*fault, parser.value(faultOption).section(u':', 1));
     }
+    server.setLogRequests(parser.isSet(logOption));
     const QString path = parser.value(socketOption);
     if (const auto error = server.listen(path)) {
         std::fprintf(stderr, "cannot listen on %s: %s\n", qPrintable(path), qPrintable(*error));
