@@ -10,6 +10,7 @@ packages=(
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
     xfce4-panel xfwm4 xfconf xdotool imagemagick
     at-spi2-core python3-pyatspi python3-dbus strace
+    librsvg2-bin lintian desktop-file-utils appstream dpkg-dev file
 )
 
 missing=()

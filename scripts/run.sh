@@ -7,11 +7,13 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build"
-prefix="$build/run-prefix"
+run_root="$build/run-root"
 
 "$root/scripts/install-deps.sh"
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" --target veltrane-tray veltrane-daemon-sim
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_SYSCONFDIR=/etc >/dev/null
+cmake --build "$build" --target veltrane-tray veltrane-daemon-sim desktop-files
 # Installed, the app has its desktop identity: one instance at a time, and desktop notifications.
-cmake --install "$build" --prefix "$prefix" >/dev/null
-exec "$root/scripts/start-tray.sh" "$prefix/bin/veltrane-tray" "$build/Tools/veltrane-daemon-sim" "$@"
+# It goes into a root of its own in the build tree, as the package would into /.
+DESTDIR="$run_root" cmake --install "$build" >/dev/null
+exec "$root/scripts/start-tray.sh" "$run_root/usr/bin/veltrane-tray" "$run_root/usr/bin/veltrane-daemon-sim" "$@"

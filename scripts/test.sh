@@ -14,6 +14,8 @@ cmake -S "$root" -B "$root/build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELTR
 cmake --build "$root/build-asan" --target tst_daemonprotocol tst_daemonclient
 ctest --test-dir "$root/build-asan" --output-on-failure -R 'tst_daemon(protocol|client)'
 
-cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+# Configured as a system install, like the package it makes; tests install into throwaway roots.
+cmake -S "$root" -B "$root/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_SYSCONFDIR=/etc
 cmake --build "$root/build"
 ctest --test-dir "$root/build" --output-on-failure -j2

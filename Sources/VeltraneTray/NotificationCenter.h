@@ -3,7 +3,10 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 #include <optional>
+
+class QDBusConnection;
 
 namespace Veltrane {
 
@@ -29,5 +32,9 @@ public:
     /// Hands a notice to the service; returns at once.
     virtual void add(const NotificationRequest &request, DeliveryHandler delivered) = 0;
 };
+
+/// This platform's service for the app with identity `identity`: the desktop's notification
+/// server on `bus` (Linux), or the user notification centre (macOS, which needs no bus).
+std::shared_ptr<NotificationCenter> createNotificationCenter(const QDBusConnection &bus, const QString &identity);
 
 } // namespace Veltrane

@@ -2,7 +2,7 @@
 // the user opens one, and quitting is the menu's "Quit Veltrane".
 #include "AppDelegate.h"
 #include "ApplicationIdentity.h"
-#include "FreedesktopNotificationCenter.h"
+#include "NotificationCenter.h"
 #include "Notify.h"
 
 #include <QApplication>
@@ -21,7 +21,7 @@ int main(int argc, char *argv[])
 
     const QDBusConnection bus = QDBusConnection::sessionBus();
     // Without an identity notices go to the log, and no notification service is needed.
-    Notify::install(identity, identity ? std::make_shared<FreedesktopNotificationCenter>(bus, *identity) : nullptr);
+    Notify::install(identity, identity ? createNotificationCenter(bus, *identity) : nullptr);
     AppDelegate delegate(identity, bus);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);

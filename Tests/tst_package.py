@@ -1,0 +1,143 @@
+#!/usr/bin/python3
+"""The Debian packages as a user gets them.
+
+Lints the two packages (lintian, desktop-file-validate, appstreamcli), checks what each holds,
+unpacks both into a throwaway root and runs the app from there, end to end against the simulated
+daemon from its own package: the logo must come from the installed resource directory (traced),
+the menu must follow the daemon through a disconnect, a second start must leave at once, and
+"Quit Veltrane" must end the app. Also fills in the macOS Info.plist template as CMake does and
+reads it back, the one part of the bundle that can be checked here.
+
+Usage: tst_package.py PACKAGE-FOLDER SOURCE-FOLDER, under xvfb-run and dbus-run-session.
+"""
+import glob
+import os
+import plistlib
+import re
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+
+import dbus
+
+from appsession import AppSession, until
+
+PACKAGES, SOURCE = sys.argv[1], sys.argv[2]
+ID = "net.veltrane.tray"
+ICON_SIZES = [16, 22, 24, 32, 48, 64, 96, 128, 256, 512]
+failures = []
+passed = []
+
+
+def check(condition, what):
+    (passed if condition else failures).append(what)
+    print(("ok   " if condition else "FAIL ") + what)
+
+
+def run(*command):
+    result = subprocess.run(command, capture_output=True, text=True)
+    return result.returncode, (result.stdout + result.stderr).strip()
+
+
+def package(name):
+    found = glob.glob(os.path.join(PACKAGES, f"{name}_*.deb"))
+    if len(found) != 1:
+        sys.exit(f"expected one {name} package in {PACKAGES}, found {found}")
+    return found[0]
+
+
+def png_size(path):
+    with open(path, "rb") as image:
+        head = image.read(24)
+    if head[:8] != b"\x89PNG\r\n\x1a\n":
+        return None
+    return struct.unpack(">II", head[16:24])
+
+
+app_deb, simulator_deb = package("veltrane-tray"), package("veltrane-tray-daemon-simulator")
+
+# Debian's own checks. Lintian's info tags are shown but pass: the one left is CPack's strip,
+# which takes no options and so leaves the .comment section in.
+status, report = run("lintian", "--fail-on", "error,warning", "--info", app_deb, simulator_deb)
+print(report)
+check(status == 0, "lintian finds no error or warning")
+
+root = tempfile.mkdtemp()
+for deb in (app_deb, simulator_deb):
+    run("dpkg-deb", "-x", deb, root)
+usr = os.path.join(root, "usr")
+
+
+def files_of(deb):
+    _, listing = run("dpkg-deb", "-c", deb)
+    return {line.split()[-1].lstrip(".") for line in listing.splitlines() if not line.startswith("d")}
+
+
+app_files, simulator_files = files_of(app_deb), files_of(simulator_deb)
+check("/usr/bin/veltrane-tray" in app_files and not any("daemon-sim" in f for f in app_files),
+      "the app's package holds the app and no simulator")
+check(simulator_files >= {"/usr/bin/veltrane-daemon-sim", "/usr/share/man/man1/veltrane-daemon-sim.1.gz"}
+      and not any("veltrane-tray" in f and "/doc/" not in f for f in simulator_files),
+      "the simulator's package holds the simulator only")
+
+for entry in (f"usr/share/applications/{ID}.desktop", f"etc/xdg/autostart/{ID}.desktop"):
+    status, report = run("desktop-file-validate", os.path.join(root, entry))
+    check(status == 0 and not report, f"desktop-file-validate passes {entry} {report}")
+status, report = run("appstreamcli", "validate", "--no-net", "--pedantic",
+                     os.path.join(usr, f"share/metainfo/{ID}.metainfo.xml"))
+check(status == 0, f"appstreamcli validates the metainfo ({report.splitlines()[-1] if report else ''})")
+_, conffiles = run("dpkg-deb", "-I", app_deb, "conffiles")
+check(conffiles.split() == [f"/etc/xdg/autostart/{ID}.desktop"], "the autostart entry is a conffile")
+
+for size in ICON_SIZES:
+    path = os.path.join(usr, f"share/icons/hicolor/{size}x{size}/apps/{ID}.png")
+    check(os.path.exists(path) and png_size(path) == (size, size), f"the {size} px icon is a {size} px PNG")
+with open(os.path.join(usr, f"share/icons/hicolor/scalable/apps/{ID}.svg")) as svg:
+    check("<svg" in svg.read(), "the scalable icon is an SVG")
+
+# The app, from the throwaway root, against the simulator from its package. strace shows where
+# the logo came from.
+trace = os.path.join(root, "trace")
+installed_logo = os.path.join(usr, "share/veltrane-tray/veltrane-logo.png")
+source_logo = os.path.join(SOURCE, "Resources/veltrane-logo.png")
+wrapper = ["strace", "-f", "-qq", "-o", trace, "-e", "trace=open,openat,openat2"]
+with AppSession(usr, os.path.join(usr, "bin/veltrane-daemon-sim"), wrapper=wrapper) as session:
+    bus = dbus.SessionBus()
+    item = bus.get_object(bus.get_name_owner(ID), "/StatusNotifierItem", introspect=False)
+
+    def tooltip():
+        return str(item.Get("org.kde.StatusNotifierItem", "ToolTip",
+                            dbus_interface="org.freedesktop.DBus.Properties")[2])
+
+    check(until(lambda: tooltip() == "Veltrane \u2014 Connected") is True, "the installed app shows the daemon connected")
+    session.click("Disconnect")
+    check(until(lambda: tooltip() == "Veltrane \u2014 Disconnected") is True, "after Disconnect it shows it disconnected")
+
+    second = subprocess.Popen([os.path.join(usr, "bin/veltrane-tray")], env=dict(os.environ, QT_QPA_PLATFORM="xcb"))
+    check(second.wait(timeout=20) == 0 and session.app.poll() is None,
+          "a second start (as at a new login) leaves at once; the first runs on")
+
+    session.click("Quit Veltrane")
+    check(session.app.wait(timeout=20) == 0, '"Quit Veltrane" ends the app')
+
+with open(trace) as lines:
+    logo_opens = [line for line in lines if "veltrane-logo.png" in line]
+loaded = [line for line in logo_opens if re.search(r"= \d+$", line.strip())]
+check(len(loaded) == 1 and installed_logo in loaded[0], f"the logo is read once, from {installed_logo}: {loaded}")
+check(not any(source_logo in line for line in logo_opens), "the source tree's logo is not looked at")
+
+# The bundle's Info.plist, filled in as CMake fills it for a macOS build.
+values = {"MACOSX_BUNDLE_EXECUTABLE_NAME": "Veltrane", "MACOSX_BUNDLE_GUI_IDENTIFIER": ID,
+          "MACOSX_BUNDLE_BUNDLE_NAME": "Veltrane", "MACOSX_BUNDLE_SHORT_VERSION_STRING": "0.1.0",
+          "MACOSX_BUNDLE_BUNDLE_VERSION": "0.1.0", "CMAKE_OSX_DEPLOYMENT_TARGET": "11.0"}
+with open(os.path.join(SOURCE, "packaging/macos/Info.plist")) as template:
+    text = re.sub(r"\$\{(\w+)\}", lambda m: values[m.group(1)], template.read())
+plist = plistlib.loads(text.encode())
+check(plist["CFBundleIdentifier"] == ID and plist["LSUIElement"] is True and plist["LSMinimumSystemVersion"] == "11.0"
+      and plist["CFBundleExecutable"] == "Veltrane", "the bundle's Info.plist: identifier, menu-bar only, macOS 11")
+
+shutil.rmtree(root)
+print(f"{len(passed)} passed, {len(failures)} failed")
+sys.exit(1 if failures else 0)
