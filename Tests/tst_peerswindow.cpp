@@ -282,6 +282,38 @@ private Q_SLOTS:
         QToolTip::hideText();
     }
 
+    // Daemon texts with markup, control characters, right-to-left text or 10,000 characters: the
+    // cells, their tooltips and the clipboard carry them as written.
+    void showsDaemonTextsAsWritten_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("markup") << u"<b>bold</b> &amp; <i>it</i>_x.corp"_qs;
+        QTest::newRow("control and right-to-left")
+            << u"\u05e9\u05dc\u05d5\u05dd \u202eabc\u202c \u0001\u0007\u001b[31m\tend"_qs;
+        QString longText;
+        for (int i = 0; i < 10000; ++i)
+            longText += QChar(u'a' + i % 26);
+        QTest::newRow("10,000 characters") << longText + u"<b>&"_qs;
+    }
+
+    void showsDaemonTextsAsWritten()
+    {
+        QFETCH(QString, text);
+        m_controller->applySnapshot(snapshotOf({device(text, u"c-odd"_qs, text, text)}), TrayState::Connected);
+        QCOMPARE(nameAt(0), text);
+        QCOMPARE(m_table->model()->index(0, 1).data().toString(), text);
+
+        const QPoint position = cellCentre(0, 0);
+        QHelpEvent help(QEvent::ToolTip, position, m_table->viewport()->mapToGlobal(position));
+        QCoreApplication::sendEvent(m_table->viewport(), &help);
+        QTRY_VERIFY(QToolTip::isVisible());
+        QCOMPARE(QToolTip::text(), Qt::convertFromPlainText(text, Qt::WhiteSpaceNoWrap));
+        QToolTip::hideText();
+
+        chooseFromRowMenu(0, 0);
+        QCOMPARE(QGuiApplication::clipboard()->text(), text);
+    }
+
     // Focus starts in the search field; Down goes into the table; the keys move by rows.
     void worksFromTheKeyboard()
     {
