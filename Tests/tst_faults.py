@@ -25,6 +25,7 @@ import time
 import dbus
 
 from appsession import HERE, AppSession, until
+from fakedaemon import FakeDaemon
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 RED, SLATE, GREEN = (239, 68, 68), (100, 116, 139), (34, 197, 94)
@@ -70,52 +71,6 @@ class Requests:
 
 requests = Requests()
 notices = Notices()
-
-
-class FakeDaemon:
-    """A daemon written here: `answer(connection, request line)` does what it likes."""
-
-    def __init__(self, path, answer, reads=True):
-        self.path, self.answer, self.reads = path, answer, reads
-        self.held = []
-        if os.path.lexists(path):
-            os.unlink(path)
-        self.listener = socket.socket(socket.AF_UNIX)
-        self.listener.bind(path)
-        self.listener.listen(16)
-        threading.Thread(target=self.serve, daemon=True).start()
-
-    def serve(self):
-        while True:
-            try:
-                connection, _ = self.listener.accept()
-            except OSError:
-                return
-            if not self.reads:
-                self.held.append(connection)  # accepted, never read, never closed
-                continue
-            line = connection.makefile("rb").readline().rstrip(b"\n").decode()
-            requests.add(line)
-            try:
-                self.answer(connection, line)
-            except OSError:
-                pass
-            connection.close()
-
-    def die(self):
-        """Stops listening and leaves the socket file behind, as a crashed daemon does."""
-        self.listener.close()
-        for connection in self.held:
-            connection.close()
-
-    def poll(self):
-        return None
-
-    def kill(self):
-        self.die()
-
-    def wait(self):
-        return 0
 
 
 def ask(path, line):
@@ -220,11 +175,11 @@ def main():
             os.chmod(session.socket, 0)
             return process
         unreachable("socket without permission", forbidden)
-        unreachable("accepts and never reads", lambda: FakeDaemon(session.socket, None, reads=False))
+        unreachable("accepts and never reads", lambda: FakeDaemon(session.socket, None, reads=False, heard=requests.add))
 
         def flood(connection, _):
             connection.sendall(b"x" * (5 << 20))
-        unreachable("5 MiB without a line feed", lambda: FakeDaemon(session.socket, flood))
+        unreachable("5 MiB without a line feed", lambda: FakeDaemon(session.socket, flood, heard=requests.add))
 
         # Restarted into another state: the new daemon's state; its commands work.
         heard = len(notices.received)
@@ -244,7 +199,7 @@ def main():
             if line == '{"command":"stop"}':
                 fake.die()
         heard = len(notices.received)
-        replace_daemon(lambda: FakeDaemon(session.socket, answer_then_die))
+        replace_daemon(lambda: FakeDaemon(session.socket, answer_then_die, heard=requests.add))
         fake = daemon["current"]
         until(lambda: dot() == GREEN)
         click("Disconnect")
@@ -318,7 +273,7 @@ def verbatim_texts(session, replace_daemon):
         reply = {"success": True, "status": status} if command == "get_status" else replies[command]
         connection.sendall(json.dumps(reply).encode() + b"\n")
 
-    replace_daemon(lambda: FakeDaemon(session.socket, answer))
+    replace_daemon(lambda: FakeDaemon(session.socket, answer, heard=requests.add))
 
     def labels():
         _, (_, _, rows) = session.menu.GetLayout(0, -1, dbus.Array([], signature="s"))

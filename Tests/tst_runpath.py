@@ -11,7 +11,6 @@ too when not run as root); the app runs without a session bus, offscreen.
 
 Usage: tst_runpath.py PREFIX SIMULATOR
 """
-import contextlib
 import os
 import shutil
 import signal
@@ -19,8 +18,9 @@ import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
+
+from fakedaemon import FakeDaemon
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 START = os.path.join(HERE, "../scripts/start-tray.sh")
@@ -43,33 +43,6 @@ logging_simulator = os.path.join(work, "simulator")
 with open(logging_simulator, "w") as script:
     script.write(f'#!/bin/sh\nexec "{SIMULATOR}" --log-requests "$@"\n')
 os.chmod(logging_simulator, 0o755)
-
-
-class LiveDaemon:
-    """A daemon at the fixed path that records each request line and answers it."""
-
-    def __init__(self):
-        self.requests = []
-        self.listener = socket.socket(socket.AF_UNIX)
-        self.listener.bind(SOCKET)
-        self.listener.listen()
-        threading.Thread(target=self.serve, daemon=True).start()
-
-    def serve(self):
-        while True:
-            try:
-                connection, _ = self.listener.accept()
-            except OSError:
-                return
-            # The run command's own probe connects and leaves without a word.
-            with connection, contextlib.suppress(OSError):
-                line = connection.makefile("rb").readline().rstrip(b"\n")
-                self.requests.append(line)
-                connection.sendall(b'{"success":true,"status":{"running":false}}\n')
-
-    def close(self):
-        self.listener.close()
-        os.unlink(SOCKET)
 
 
 def run_start_tray(polled, seconds=8):
@@ -136,12 +109,13 @@ check_simulator_used("stale socket")
 os.unlink(SOCKET)
 
 # A live daemon: the app talks to it, and no simulator starts.
-daemon = LiveDaemon()
-output, still_running = run_start_tray(lambda _: GET_STATUS in daemon.requests)
-check("live daemon", GET_STATUS in daemon.requests, "the app polls the daemon at the fixed path")
+daemon = FakeDaemon(SOCKET, lambda connection, _: connection.sendall(b'{"success":true,"status":{"running":false}}\n'))
+output, still_running = run_start_tray(lambda _: GET_STATUS.decode() in daemon.requests)
+check("live daemon", GET_STATUS.decode() in daemon.requests, "the app polls the daemon at the fixed path")
 check("live daemon", "Simulated daemon" not in output and "request: " not in output, "no simulated daemon starts")
 check("live daemon", still_running, "the app was still running when stopped")
-daemon.close()
+daemon.die()
+os.unlink(SOCKET)
 
 shutil.rmtree(work)
 print(f"{len(passed)} passed, {len(failures)} failed")
