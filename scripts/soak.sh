@@ -13,6 +13,6 @@ cmake --build "$root/build" --target soak
 # A small quarantine: ASan's default keeps 256 MB of freed memory (its growth is not judged, but
 # it would hide the figures).
 echo "With ASan and LSan:"
-ASAN_OPTIONS=detect_leaks=1:quarantine_size_mb=4 "$root/build-asan/Tests/soak" "$@" 2>/dev/null
+ASAN_OPTIONS=detect_leaks=1:quarantine_size_mb=4 "$root/build-asan/Tools/soak" "$@" 2>/dev/null
 echo "Plain:"
-"$root/build/Tests/soak" "$@" 2>/dev/null
+"$root/build/Tools/soak" "$@" 2>/dev/null

@@ -84,13 +84,15 @@ QString dbusMenuLabel(const QString &actionText)
 
 DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)
     : QObject(parent)
-    , m_menu(menu)
+    , m_actions(menu->actions())
 {
     m_sendTimer.setSingleShot(true);
     m_sendTimer.setInterval(0);
     connect(&m_sendTimer, &QTimer::timeout, this, &DBusMenuExporter::sendChanges);
-    numberActions();
-    m_menu->installEventFilter(this);
+    // Every row exists from the start and stays, so ids are fixed: 1, 2, … in menu order.
+    for (int id = 1; id <= m_actions.size(); ++id)
+        m_exported[id].properties = propertiesOf(m_actions[id - 1]);
+    menu->installEventFilter(this);
 }
 
 QString DBusMenuExporter::textDirection() const
@@ -100,53 +102,17 @@ QString DBusMenuExporter::textDirection() const
 
 bool DBusMenuExporter::eventFilter(QObject *watched, QEvent *event)
 {
-    switch (event->type()) {
-    case QEvent::ActionAdded:
-    case QEvent::ActionRemoved:
-        m_layoutChanged = true;
+    if (event->type() == QEvent::ActionChanged)
         m_sendTimer.start();
-        break;
-    case QEvent::ActionChanged:
-        m_sendTimer.start();
-        break;
-    default:
-        break;
-    }
     return QObject::eventFilter(watched, event);
 }
 
-// Actions keep their ids for as long as they stay in the menu; new ones get the next free id.
-void DBusMenuExporter::numberActions()
-{
-    QHash<const QAction *, int> ids;
-    QHash<int, Exported> exported;
-    const QList<QAction *> actions = m_menu->actions();
-    for (QAction *action : actions) {
-        int id = m_ids.value(action);
-        if (id == 0)
-            id = m_nextId++;
-        ids.insert(action, id);
-        exported.insert(id, m_exported.value(id));
-    }
-    m_ids.swap(ids);
-    m_exported.swap(exported);
-    for (QAction *action : actions)
-        m_exported[m_ids.value(action)].properties = propertiesOf(action);
-}
-
-QAction *DBusMenuExporter::actionOf(int id) const
-{
-    for (QAction *action : m_menu->actions()) {
-        if (m_ids.value(action) == id)
-            return action;
-    }
-    return nullptr;
-}
+QAction *DBusMenuExporter::actionOf(int id) const { return id > 0 ? m_actions.value(id - 1) : nullptr; }
 
 QByteArray DBusMenuExporter::iconPngOf(QAction *action)
 {
     // An icon is encoded once, not at every poll that sets the same icon again.
-    Exported &exported = m_exported[m_ids.value(action)];
+    Exported &exported = m_exported[idOf(action)];
     const QIcon icon = action->icon();
     if (icon.cacheKey() != exported.iconKey) {
         exported.iconKey = icon.cacheKey();
@@ -179,17 +145,10 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
 
 void DBusMenuExporter::sendChanges()
 {
-    if (m_layoutChanged) {
-        m_layoutChanged = false;
-        numberActions();
-        Q_EMIT LayoutUpdated(++m_revision, 0);
-        return; // the host reads the whole layout again
-    }
-
     DBusMenuItemList updated;
     DBusMenuItemKeysList removed;
-    for (QAction *action : m_menu->actions()) {
-        const int id = m_ids.value(action);
+    for (QAction *action : std::as_const(m_actions)) {
+        const int id = idOf(action);
         const QVariantMap now = propertiesOf(action);
         QVariantMap &before = m_exported[id].properties;
         if (now == before)
@@ -232,8 +191,8 @@ DBusMenuLayoutItem DBusMenuExporter::nodeOf(int id, int depth, const QStringList
     DBusMenuLayoutItem root{0, filtered({{u"children-display"_qs, u"submenu"_qs}}, propertyNames), {}};
     if (depth == 0)
         return root;
-    for (QAction *action : m_menu->actions())
-        root.children.append(nodeOf(m_ids.value(action), depth - 1, propertyNames));
+    for (int child = 1; child <= m_actions.size(); ++child)
+        root.children.append(nodeOf(child, depth - 1, propertyNames));
     return root;
 }
 
@@ -242,7 +201,7 @@ uint DBusMenuExporter::GetLayout(int parentId, int recursionDepth, const QString
 {
     if (!rejectUnknown(parentId))
         layout = nodeOf(parentId, recursionDepth, propertyNames);
-    return m_revision;
+    return layoutRevision;
 }
 
 DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int> &ids, const QStringList &propertyNames)

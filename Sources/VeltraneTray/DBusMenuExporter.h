@@ -5,7 +5,6 @@
 #include <QDBusContext>
 #include <QHash>
 #include <QObject>
-#include <QPointer>
 #include <QTimer>
 
 class QAction;
@@ -19,11 +18,10 @@ QString dbusMenuLabel(const QString &actionText);
 
 /// Publishes a `QMenu` as `com.canonical.dbusmenu`, the menu a StatusNotifierItem host draws.
 ///
-/// The menu is flat: its actions are the root's children, numbered from 1 in the order they
-/// were first seen. Every change to the actions within one turn of the event loop reaches the
+/// The menu is flat and its rows are fixed: the actions it holds when the exporter is made are the
+/// root's children, numbered from 1 in menu order; actions added later are not exported. Every change to the actions within one turn of the event loop reaches the
 /// host as one `ItemsPropertiesUpdated` carrying only what differs from what the host was last
-/// told; a change that restores the old value sends nothing. Adding or removing actions sends
-/// `LayoutUpdated`. A "clicked" event triggers its action later, from the event loop, as a click
+/// told; a change that restores the old value sends nothing. A "clicked" event triggers its action later, from the event loop, as a click
 /// in a Qt menu would; a disabled action ignores it.
 ///
 /// Register it on a bus with `ExportScriptableContents | ExportAllProperties`.
@@ -45,9 +43,6 @@ public:
     QString status() const { return u"normal"_qs; }
     QStringList iconThemePath() const { return {}; }
 
-    /// The id under which `action` is exported, 0 when it is not in the menu.
-    int idOf(const QAction *action) const { return m_ids.value(action); }
-
 public Q_SLOTS:
     Q_SCRIPTABLE uint GetLayout(int parentId, int recursionDepth, const QStringList &propertyNames,
                                 Veltrane::DBusMenuLayoutItem &layout);
@@ -61,7 +56,6 @@ public Q_SLOTS:
 Q_SIGNALS:
     Q_SCRIPTABLE void ItemsPropertiesUpdated(const Veltrane::DBusMenuItemList &updatedProps,
                                              const Veltrane::DBusMenuItemKeysList &removedProps);
-    Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -75,20 +69,17 @@ private:
     };
 
     QAction *actionOf(int id) const;
+    int idOf(const QAction *action) const { return int(m_actions.indexOf(action)) + 1; }
     bool isKnown(int id) const; // the root (0) or an action in the menu
     QVariantMap propertiesOf(QAction *action);
     QByteArray iconPngOf(QAction *action);
     DBusMenuLayoutItem nodeOf(int id, int depth, const QStringList &propertyNames);
-    void numberActions();
     void sendChanges();
     bool rejectUnknown(int id);
 
-    QMenu *m_menu;
-    QHash<const QAction *, int> m_ids;
+    QList<QAction *> m_actions; // the exported rows; an action's id is its index + 1
     QHash<int, Exported> m_exported;
-    int m_nextId = 1;
-    uint m_revision = 1;
-    bool m_layoutChanged = false;
+    static constexpr uint layoutRevision = 1; // the rows never change, only their properties
     QTimer m_sendTimer; // gathers one turn's changes into one message
 };
 

@@ -6,6 +6,7 @@
 #include <simdjson.h>
 
 #include <cctype>
+#include <cstdint>
 #include <string_view>
 
 #include <string_view>
@@ -138,10 +139,22 @@ public:
         simdjson::dom::object object;
         if (value.get(object) != simdjson::SUCCESS)
             return mismatch("an object", value);
+        // A key the records read may stand once per object: with two values the reply does not
+        // say which one the daemon meant, and JSON parsers disagree on which to keep.
+        std::uint32_t seen = 0;
         for (const simdjson::dom::key_value_pair entry : object) {
             bool ok = true;
+            int index = 0;
             forEachField(record, [&](std::string_view name, auto &field) {
-                if (ok && name == entry.key && !read(entry.value, field))
+                const std::uint32_t bit = 1u << index++;
+                if (!ok || name != entry.key)
+                    return;
+                if (seen & bit) {
+                    ok = duplicated(name);
+                    return;
+                }
+                seen |= bit;
+                if (!read(entry.value, field))
                     ok = failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
             });
             if (!ok)
@@ -166,6 +179,13 @@ private:
         m_expected = QString::fromLatin1(expected);
         m_found = jsonTypeName(found.type());
         return false;
+    }
+
+    bool duplicated(std::string_view name)
+    {
+        m_expected = u"one value"_qs;
+        m_found = u"two"_qs;
+        return failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
     }
 
     bool failedAt(const QString &component)

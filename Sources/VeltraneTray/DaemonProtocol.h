@@ -162,8 +162,8 @@ namespace DaemonProtocol {
 QByteArray encodeRequest(const DaemonControlRequest &request);
 
 /// Decodes one reply line strictly: it must be a JSON object; a value of the wrong JSON type under
-/// any known key, at any depth, rejects the whole reply; unknown keys are ignored. Never returns a
-/// partly filled record.
+/// any known key, at any depth, rejects the whole reply, and so does a known key that stands twice
+/// in one object; unknown keys are ignored. Never returns a partly filled record.
 ///
 /// The decoder reads `line.size()` bytes but may look at up to `paddingBytes` beyond them when the
 /// array's capacity allows, which saves a copy of large replies.

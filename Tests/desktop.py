@@ -1,0 +1,85 @@
+#!/usr/bin/python3
+"""The desktop's side of the session bus, as a process of its own so that it answers while a test
+blocks: a notification server that shows nothing, and a panel's StatusNotifierWatcher with its
+host. It prints one JSON line per event: {"notice": [summary, body]}, {"registered": service}.
+A line "panel" on standard input starts the panel, or replaces the running one with a new
+connection (a restarted panel); with --no-panel there is none until then.
+"""
+import json
+import os
+import sys
+
+import dbus
+import dbus.service
+from dbus.mainloop.glib import DBusGMainLoop
+from gi.repository import GLib
+
+WATCHER = "org.kde.StatusNotifierWatcher"
+
+
+def say(event):
+    print(json.dumps(event), flush=True)
+
+
+class Notifications(dbus.service.Object):
+    """Parses no body markup: the bodies it is sent must be the texts as typed."""
+
+    def __init__(self, bus):
+        super().__init__(bus, "/org/freedesktop/Notifications")
+        self.count = 0
+
+    @dbus.service.method("org.freedesktop.Notifications", out_signature="as")
+    def GetCapabilities(self):
+        return ["body"]
+
+    @dbus.service.method("org.freedesktop.Notifications", in_signature="susssasa{sv}i", out_signature="u")
+    def Notify(self, app, replaces, icon, summary, body, actions, hints, timeout):
+        say({"notice": [str(summary), str(body)]})
+        self.count += 1
+        return self.count
+
+
+class Watcher(dbus.service.Object):
+    def __init__(self, bus):
+        super().__init__(bus, "/StatusNotifierWatcher")
+
+    @dbus.service.method(WATCHER, in_signature="s", sender_keyword="sender")
+    def RegisterStatusNotifierItem(self, service, sender=None):
+        say({"registered": str(service), "sender": str(sender)})
+
+    @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v")
+    def Get(self, interface, name):
+        return {"IsStatusNotifierHostRegistered": True, "ProtocolVersion": dbus.Int32(0),
+                "RegisteredStatusNotifierItems": dbus.Array([], signature="s")}[name]
+
+
+DBusGMainLoop(set_as_default=True)
+address = os.environ["DBUS_SESSION_BUS_ADDRESS"]
+desktop = dbus.bus.BusConnection(address)
+notifications = Notifications(desktop)
+desktop.request_name("org.freedesktop.Notifications", dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
+panel = {}
+
+
+def start_panel():
+    if panel:
+        panel["watcher"].remove_from_connection()
+        panel["bus"].close()
+    panel["bus"] = dbus.bus.BusConnection(address)
+    panel["watcher"] = Watcher(panel["bus"])
+    panel["bus"].request_name(WATCHER, dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
+
+
+def command(source, _):
+    line = source.readline()
+    if line.strip() == "panel":
+        start_panel()
+        say({"panel": True})
+    return bool(line)
+
+
+if "--no-panel" not in sys.argv:
+    start_panel()
+GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, command)
+say({"ready": True})
+GLib.MainLoop().run()

@@ -1,0 +1,128 @@
+#!/usr/bin/python3
+"""A whole session of the installed app on a desktop, as a user lives it: autostarted before the
+panel, registered with every panel that comes, no daemon, then a daemon that is stopped and signed
+out; Connect, sign in through the browser, the peers window, a second start, Disconnect; then a
+bus that stays silent while nothing changes; and Quit.
+
+Usage: tst_session.py PREFIX SIMULATOR, under xvfb-run and a bare session bus.
+"""
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+from harness import GREEN, ID, RED, SLATE, Session, check, finish, replying, until, within
+
+PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
+RULE = "\u2014"
+SIGN_IN = ("Sign-in", "Complete the sign-in in your browser. Veltrane will pick up the session automatically.")
+
+
+def menu(header, middle):
+    return ["(off) Veltrane", "(off) " + header, RULE, *middle, RULE, "Quit Veltrane"]
+
+
+def shown(*xdotool_search):
+    """Whether X shows a window that `xdotool search --onlyvisible …` finds."""
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", *xdotool_search], capture_output=True, text=True)
+    return found.stdout.strip() != ""
+
+
+class BusMonitor:
+    """Every message one connection sends, as "type member" lines."""
+
+    def __init__(self, sender):
+        self.sender, self.seen = sender, []
+        self.process = subprocess.Popen(["dbus-monitor", "--session", "--profile", f"sender='{sender}'"],
+                                        stdout=subprocess.PIPE, text=True)
+        # Once it is a monitor, the bus takes its name away: from then on it sees everything.
+        until(lambda: "\tNameLost" in self.process.stdout.readline())
+        os.set_blocking(self.process.stdout.fileno(), False)
+
+    def messages(self):
+        for line in self.process.stdout:
+            fields = line.rstrip("\n").split("\t")
+            if len(fields) > 3 and fields[3] == self.sender:
+                self.seen.append(f"{fields[0]} {fields[-1]}")
+        return self.seen
+
+
+def main():
+    # The browser: a stand-in for xdg-open that notes the link it was asked to open.
+    bin_dir = tempfile.mkdtemp()
+    links = os.path.join(bin_dir, "links")
+    with open(os.path.join(bin_dir, "xdg-open"), "w") as browser:
+        browser.write(f"#!/bin/sh\nprintf '%s\\n' \"$1\" >> '{links}'\n")
+    os.chmod(os.path.join(bin_dir, "xdg-open"), 0o755)
+    environment = {"PATH": bin_dir + ":" + os.environ["PATH"]}
+
+    with Session(PREFIX, SIMULATOR, options=None, panel=False, environment=environment) as session:
+        app, desktop = session.app, session.desktop
+        time.sleep(2.5)
+        desktop.start_panel()
+        check(within(lambda: desktop.registered == [app.owner], 10), "autostarted first: registers with the panel that comes")
+        desktop.start_panel()
+        check(within(lambda: desktop.registered == [app.owner] * 2, 10), "registers again with a panel that replaces it")
+
+        check(within(lambda: app.rows() == menu("Disconnected", ["(off) Connect"]), 12)
+              and app.tooltip() == "Veltrane \u2014 Disconnected" and app.dot() == RED, "no daemon: unreachable")
+        sizes = [int(w) if len(d) == 4 * w * h else -1 for w, h, d in app.property("IconPixmap")]
+        check(app.property("Id") == ID and app.property("ItemIsMenu") and app.property("IconName") == ""
+              and sizes == [16, 22, 24, 32, 44, 48, 64, 96, 128], f"a menu item with its id and whole images {sizes}")
+        for method in ("Activate", "ContextMenu"):
+            app.call(method, 40, 40)
+            check(within(lambda: shown("--classname", "veltrane-tray"), 10), f"{method} pops up the menu drawn by Qt")
+            subprocess.run(["xdotool", "key", "Escape"])
+            until(lambda: not shown("--classname", "veltrane-tray"), 10)
+
+        session.replace_daemon(lambda: session.simulator("--stopped", "--signed-out", "--login-delay", "-1"))
+        check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12) and app.dot() == SLATE,
+              "a stopped daemon: Connect")
+        app.click("Connect")
+        check(within(lambda: app.rows() == menu("Connected, needs auth", ["Disconnect", "Log in\u2026"]), 12),
+              "connected and signed out: Log in\u2026")
+        app.click("Log in\u2026")
+        check(within(lambda: open(links).read().startswith("https://login.veltrane.example/a/VLT-"), 12),
+              "the sign-in link goes to the browser")
+        session.daemon.process.send_signal(signal.SIGUSR1)  # the user signs in
+        until(lambda: app.rows()[1] == "(off) Connected", 12)
+        rows = app.rows()
+        name = rows.pop(4)  # shortened in the middle to the row's width, as the device row draws it
+        check(rows == menu("Connected", ["Disconnect", "(off) 100.64.0.1 \u00b7 maria.lopez@acme.example",
+                                         "Peers\u2026", "Log out"])
+              and name.startswith("(off) maria-workstation.") and "\u2026" in name and name.endswith("veltrane.net")
+              and app.tooltip() == "Veltrane \u2014 Connected" and app.dot() == GREEN, f"signed in: {rows} {name}")
+
+        app.click("Peers\u2026")
+        check(within(lambda: shown("--name", "^Veltrane \u2014 Peers$"), 12), "Peers\u2026 shows the peers window")
+        second = subprocess.run([os.path.join(PREFIX, "bin/veltrane-tray")], timeout=20)
+        check(second.returncode == 0 and app.process.poll() is None and len(desktop.registered) == 2,
+              "a second start leaves at once; the first runs on")
+        app.click("Disconnect")
+        check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12), "Disconnect")
+        check(desktop.notices == [SIGN_IN, ("Signed in", "The daemon picked up your session.")],
+              f"exactly the sign-in notices: {desktop.notices}")
+
+        # Silent while nothing changes: a change of state is one icon, one tooltip, one menu update.
+        status = {"wantRunning": True, "membershipState": "membership_active", "selfFqdn": "a.example"}
+        session.replace_daemon(lambda: session.fake(replying(lambda _: {"success": True, "status": status})))
+        until(lambda: app.dot() == GREEN)
+        monitor = BusMonitor(app.owner)
+        start = time.monotonic()
+        until(lambda: len(session.polls_since(start)) >= 3, 15)
+        check(monitor.messages() == [], f"three unchanged polls send nothing: {monitor.messages()}")
+        status["membershipState"] = "no_active_memberships"
+        one_change = ["sig NewIcon", "sig NewToolTip", "sig ItemsPropertiesUpdated"]
+        check(within(lambda: monitor.messages() == one_change, 10), f"a change of state: {monitor.messages()}")
+        start = time.monotonic()
+        until(lambda: len(session.polls_since(start)) >= 2, 10)
+        check(monitor.messages() == one_change and app.tooltip() == "Veltrane \u2014 Connected, no network",
+              "and nothing more while it stays")
+        monitor.process.kill()
+        check(app.quit() == 0, '"Quit Veltrane" ends the app')
+    finish()
+
+
+main()
