@@ -138,14 +138,23 @@ class FakeDaemon:
                 continue
             with connection, contextlib.suppress(OSError):  # a client may leave before the answer
                 line = connection.makefile("rb").readline().rstrip(b"\n").decode()
-                self.requests.append((time.monotonic(), line))
-                self.answer(connection, line)
+                if line:  # else a client that only looked whether a daemon listens
+                    self.requests.append((time.monotonic(), line))
+                    self.answer(connection, line)
 
     def stop(self):
         """Stops listening and leaves the socket file behind, as a crashed daemon does."""
         self.listener.close()
         for connection in self.held:
             connection.close()
+
+
+def ask(path, line):
+    """One exchange with the daemon at `path`, as the app makes it: the reply line."""
+    with socket.socket(socket.AF_UNIX) as connection:
+        connection.connect(path)
+        connection.sendall(line.encode() + b"\n")
+        return connection.makefile("rb").readline()
 
 
 def replying(reply):
