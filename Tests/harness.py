@@ -158,9 +158,10 @@ def ask(path, line):
 
 
 def replying(reply):
-    """An answer that sends `reply(command)`, a dict, as one JSON line."""
+    """An answer that sends `reply(command)`: a dict as one JSON line, bytes as they are."""
     def answer(connection, line):
-        connection.sendall(json.dumps(reply(json.loads(line)["command"])).encode() + b"\n")
+        reply_ = reply(json.loads(line)["command"])
+        connection.sendall(reply_ if isinstance(reply_, bytes) else json.dumps(reply_).encode() + b"\n")
     return answer
 
 

@@ -2,7 +2,8 @@
 """A whole session of the installed app on a desktop, as a user lives it: autostarted before the
 panel, registered with every panel that comes, no daemon, then a daemon that is stopped and signed
 out; Connect, sign in through the browser, the peers window, a second start, Disconnect; then a
-bus that stays silent while nothing changes; and Quit.
+bus that stays silent while nothing changes; the menu, tooltip and icon for every status; one notice
+for every command's outcome; and Quit.
 
 Usage: tst_session.py PREFIX SIMULATOR, under xvfb-run and a bare session bus.
 """
@@ -13,11 +14,49 @@ import sys
 import tempfile
 import time
 
-from harness import GREEN, ID, RED, SLATE, Session, check, finish, replying, until, within
+from harness import GREEN, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 RULE = "\u2014"
 SIGN_IN = ("Sign-in", "Complete the sign-in in your browser. Veltrane will pick up the session automatically.")
+SIGNED_IN = ("Signed in", "The daemon picked up your session.")
+AMBER, BLUE, ORANGE = (234, 179, 8), (59, 130, 246), (249, 115, 22)
+ACTIVE = ["Disconnect", "Log out"]
+CONNECTED = {"wantRunning": True, "membershipState": "membership_active", "selfFqdn": "lab_box.example.ts.net",
+             "assignedIp": "100.64.0.7", "userEmail": "maria@example.com", "isTagged": True}
+STOPPED = {"wantRunning": False, "membershipState": "membership_active"}
+SIGNED_OUT = {"wantRunning": True, "membershipState": "awaiting_login"}
+NO_NETWORK = {"wantRunning": True, "membershipState": "no_active_memberships"}
+# Each status the daemon may report: the header, the icon's dot, and the rows between the rules.
+STATES = [
+    ({"success": False, "status": CONNECTED}, "Disconnected", RED, ["(off) Connect"]),
+    ({"success": True, "status": STOPPED}, "Disconnected", SLATE, ["Connect"]),
+    ({"success": True, "status": SIGNED_OUT}, "Connected, needs auth", GREY, ["Disconnect", "Log in\u2026"]),
+    ({"success": True, "status": {"membershipState": "nodemap_stream_opening"}}, "Connecting\u2026", AMBER, ACTIVE),
+    ({"success": True, "status": NO_NETWORK}, "Connected, no network", BLUE, ACTIVE),
+    # Tagged without a tag name: no owner, not the e-mail. "_" is DBusMenu's "__".
+    ({"success": True, "status": CONNECTED}, "Connected", GREEN,
+     ["Disconnect", "(off) lab__box.example.ts.net", "(off) 100.64.0.7", "Peers\u2026", "Log out"]),
+    ({"success": True, "status": {"wantRunning": True, "membershipState": "invalid_snapshot"}}, "Error", ORANGE, ACTIVE),
+]
+WIRE = {"Disconnect": "stop", "Connect": "start", "Log in\u2026": "login_via_link", "Log out": "logout"}
+UNREACHABLE = "Unable to reach the daemon: "
+# Each command's answer and the one notice that tells it.
+COMMANDS = [
+    ("Disconnect", CONNECTED, {"success": False, "error": "Busy."}, ("Disconnect failed", "Busy.")),
+    ("Connect", STOPPED, {"success": False}, ("Connect failed", "The daemon rejected the request.")),
+    ("Log in\u2026", SIGNED_OUT, {"success": False}, ("Sign-in failed", "Login failed.")),
+    ("Log in\u2026", SIGNED_OUT, {"success": True, "message": "Check your e-mail.", "login": {"loginUrl": ""}},
+     ("Sign-in", "Check your e-mail.")),
+    ("Log in\u2026", SIGNED_OUT, {"success": True, "login": {"loginUrl": "http://exa mple.com/%zz"}},
+     ("Sign-in", "Login link issued.")),
+    ("Log out", CONNECTED, {"success": True, "message": "Bye."}, ("Signed out", "Bye.")),
+    ("Log out", CONNECTED, {"success": True}, ("Signed out", "Your session has been ended.")),
+    ("Log out", CONNECTED, {"success": False}, ("Sign-out failed", "Logout failed.")),
+    ("Log out", CONNECTED, b"", ("Veltrane", UNREACHABLE + "The daemon returned an empty response.")),
+    ("Disconnect", CONNECTED, b"ERR\n", ("Veltrane", UNREACHABLE + "Daemon request failed (invalid response")),
+    ("Log in\u2026", SIGNED_OUT, {"success": True, "login": {"loginUrl": "veltrane-auth:code/42"}}, SIGN_IN),
+]
 
 
 def menu(header, middle):
@@ -57,6 +96,7 @@ def main():
         browser.write(f"#!/bin/sh\nprintf '%s\\n' \"$1\" >> '{links}'\n")
     os.chmod(os.path.join(bin_dir, "xdg-open"), 0o755)
     environment = {"PATH": bin_dir + ":" + os.environ["PATH"]}
+    # A session, then a status table and a command table against a daemon of the test's.
 
     with Session(PREFIX, SIMULATOR, options=None, panel=False, environment=environment) as session:
         app, desktop = session.app, session.desktop
@@ -102,25 +142,44 @@ def main():
               "a second start leaves at once; the first runs on")
         app.click("Disconnect")
         check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12), "Disconnect")
-        check(desktop.notices == [SIGN_IN, ("Signed in", "The daemon picked up your session.")],
+        check(desktop.notices == [SIGN_IN, SIGNED_IN],
               f"exactly the sign-in notices: {desktop.notices}")
 
         # Silent while nothing changes: a change of state is one icon, one tooltip, one menu update.
-        status = {"wantRunning": True, "membershipState": "membership_active", "selfFqdn": "a.example"}
-        session.replace_daemon(lambda: session.fake(replying(lambda _: {"success": True, "status": status})))
+        replies = {"get_status": {"success": True, "status": CONNECTED}}
+        session.replace_daemon(lambda: session.fake(replying(lambda command: replies[command])))
         until(lambda: app.dot() == GREEN)
         monitor = BusMonitor(app.owner)
         start = time.monotonic()
         until(lambda: len(session.polls_since(start)) >= 3, 15)
         check(monitor.messages() == [], f"three unchanged polls send nothing: {monitor.messages()}")
-        status["membershipState"] = "no_active_memberships"
+        replies["get_status"] = {"success": True, "status": NO_NETWORK}
         one_change = ["sig NewIcon", "sig NewToolTip", "sig ItemsPropertiesUpdated"]
         check(within(lambda: monitor.messages() == one_change, 10), f"a change of state: {monitor.messages()}")
         start = time.monotonic()
         until(lambda: len(session.polls_since(start)) >= 2, 10)
-        check(monitor.messages() == one_change and app.tooltip() == "Veltrane \u2014 Connected, no network",
-              "and nothing more while it stays")
+        check(monitor.messages() == one_change, "and nothing more while it stays")
         monitor.process.kill()
+
+        for reply, header, dot, middle in STATES:
+            replies["get_status"] = reply
+            check(within(lambda: app.rows() == menu(header, middle) and app.tooltip() == "Veltrane \u2014 " + header
+                         and app.dot() == dot, 10), f"{header}: {app.rows()}, dot {app.dot()}")
+        check(desktop.notices[2:] == [], "no notice from a status")
+
+        os.remove(links)
+        for row, status, reply, notice in COMMANDS:
+            replies.update(get_status={"success": True, "status": status}, **{WIRE[row]: reply})
+            heard = len(desktop.notices)
+            app.click(row)
+            until(lambda: len(desktop.notices) > heard, 10)
+            start = time.monotonic()
+            until(lambda: len(session.polls_since(start)) >= 1, 10)
+            got = desktop.notices[heard:]
+            check(len(got) == 1 and got[0][0] == notice[0] and got[0][1].startswith(notice[1]), f"{row}: {got}")
+        check(within(lambda: open(links).read() == "veltrane-auth:code/42\n", 10), "a link of any scheme is opened, nothing else")
+        replies["get_status"] = {"success": True, "status": CONNECTED}
+        check(within(lambda: desktop.notices[-1] == SIGNED_IN, 10), "and its pickup is told")
         check(app.quit() == 0, '"Quit Veltrane" ends the app')
     finish()
 
