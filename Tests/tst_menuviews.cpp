@@ -16,11 +16,6 @@ ElidedLabel *label(const QWidget &row, const char *name)
     return row.findChild<ElidedLabel *>(QLatin1StringView(name));
 }
 
-QRect frameOf(const QWidget &row, const char *name)
-{
-    return row.findChild<QWidget *>(QLatin1StringView(name))->geometry();
-}
-
 QStringList texts(const QList<QAction *> &actions)
 {
     QStringList result;
@@ -36,26 +31,6 @@ class TestMenuViews : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Frames as given from the bottom-left corner, measured here from the top left as Qt does.
-    void laysOutBothRows()
-    {
-        MenuHeaderView header;
-        QCOMPARE(header.size(), QSize(280, 52));
-        QCOMPARE(frameOf(header, "logoView"), QRect(14, 12, 28, 28));
-        QCOMPARE(frameOf(header, "titleLabel"), QRect(52, 8, 210, 17));
-        QCOMPARE(frameOf(header, "dotView"), QRect(54, 31, 8, 8));
-        QCOMPARE(frameOf(header, "statusLabel"), QRect(68, 28, 200, 15));
-        QCOMPARE(label(header, "titleLabel")->font().pixelSize(), 13);
-        QCOMPARE(label(header, "titleLabel")->font().weight(), QFont::DemiBold);
-        QCOMPARE(label(header, "statusLabel")->font().pixelSize(), 11);
-
-        MenuDeviceView device;
-        QCOMPARE(device.size(), QSize(280, 38));
-        QCOMPARE(frameOf(device, "nameLabel"), QRect(14, 3, 252, 16));
-        QCOMPARE(frameOf(device, "detailLabel"), QRect(14, 20, 252, 15));
-        QCOMPARE(label(device, "nameLabel")->font().weight(), QFont::Medium);
-    }
-
     // The dot's colour and the state text, in both forms; a disabled row keeps its colours.
     void headerShowsTheState()
     {

@@ -3,11 +3,9 @@
 
 #include <QApplication>
 #include <QClipboard>
-#include <QHeaderView>
 #include <QHelpEvent>
 #include <QLineEdit>
 #include <QMenu>
-#include <QScreen>
 #include <QScrollBar>
 #include <QTableView>
 #include <QTest>
@@ -107,22 +105,10 @@ private Q_SLOTS:
 
     void cleanup() { m_controller.reset(); }
 
-    // Title, size, place, columns; only the table grows; dark under a light desktop theme.
-    void laysOutTheWindow()
+    // Only the table grows with the window; the search field and the footer keep their height.
+    void givesNewRoomToTheTable()
     {
         QWidget *window = m_controller->window();
-        QCOMPARE(window->windowTitle(), u"Veltrane \u2014 Peers"_qs);
-        QCOMPARE(window->minimumSize(), QSize(640, 360));
-        // Placed before its frame is known: centred to within the frame's border.
-        const QPoint offset = window->frameGeometry().center() - window->screen()->availableGeometry().center();
-        QVERIFY(qAbs(offset.x()) <= 3 && qAbs(offset.y()) <= 3);
-        QList<int> widths;
-        for (int column = 0; column < m_table->model()->columnCount(); ++column)
-            widths.append(m_table->columnWidth(column));
-        QCOMPARE(widths, (QList<int>{250, 130, 110, 240, 70}));
-        QCOMPARE(m_table->horizontalHeader()->minimumSectionSize(), 50);
-        QCOMPARE(m_table->selectionMode(), QAbstractItemView::SingleSelection);
-
         const QWidget *footer = window->findChild<ElidedLabel *>(u"footerLabel"_qs);
         for (const QSize size : {QSize(900, 620), QSize(1300, 1000)}) {
             window->resize(size);
@@ -130,11 +116,6 @@ private Q_SLOTS:
             QCOMPARE(m_table->geometry(), QRect(0, 52, size.width(), size.height() - 84));
             QCOMPARE(footer->geometry(), QRect(16, size.height() - 24, size.width() - 32, 16));
         }
-
-        QApplication::setPalette(QPalette(Qt::white));
-        const QImage image = window->grab().toImage();
-        QApplication::setPalette(QPalette());
-        QVERIFY(image.pixelColor(4, 4).lightness() < 60);
     }
 
     // Secondary cells, the offline status among them, are drawn fainter than primary ones.
@@ -252,15 +233,16 @@ private Q_SLOTS:
         QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs);
     }
 
-    // Plain text, and dark like the window, as are the row menu, under a light desktop theme whose
-    // menus and tooltips are light.
-    void menuAndTooltipsStayDark()
+    // The window, its row menu and its plain-text tooltips stay dark under a light desktop theme
+    // whose menus and tooltips are light.
+    void staysDark()
     {
         QPalette light(Qt::black, Qt::white);
         light.setColor(QPalette::ToolTipBase, Qt::white);
         QApplication::setPalette(light);
         QApplication::setPalette(light, "QMenu");
         const auto cleanup = qScopeGuard([] { QApplication::setPalette(QPalette()); });
+        QVERIFY(m_controller->window()->grab().toImage().pixelColor(4, 4).lightness() < 60);
 
         click(Qt::RightButton, 3, 0);
         QTRY_VERIFY(rowMenu()->isVisible());

@@ -6,7 +6,6 @@ using namespace Veltrane;
 
 Q_DECLARE_METATYPE(std::optional<DaemonStatusSnapshot>)
 Q_DECLARE_METATYPE(TrayState)
-Q_DECLARE_METATYPE(SrgbColor)
 
 namespace {
 
@@ -59,33 +58,6 @@ private Q_SLOTS:
         QFETCH(std::optional<DaemonStatusSnapshot>, snapshot);
         QFETCH(TrayState, expected);
         QCOMPARE(trayStateFrom(snapshot), expected);
-    }
-
-    void presentsEachState_data()
-    {
-        QTest::addColumn<TrayState>("state");
-        QTest::addColumn<SrgbColor>("dot");
-        QTest::addColumn<SrgbColor>("headerColor");
-        QTest::addColumn<QString>("headerText");
-        const SrgbColor grey{148, 163, 184}, amber{234, 179, 8}, green{34, 197, 94};
-
-        QTest::newRow("unreachable") << TrayState::DaemonUnreachable << SrgbColor{239, 68, 68} << grey << u"Disconnected"_qs;
-        QTest::newRow("stopped") << TrayState::Stopped << SrgbColor{100, 116, 139} << grey << u"Disconnected"_qs;
-        QTest::newRow("logged out") << TrayState::LoggedOut << grey << amber << u"Connected, needs auth"_qs;
-        QTest::newRow("connecting") << TrayState::Connecting << amber << amber << u"Connecting\u2026"_qs;
-        QTest::newRow("no network") << TrayState::NoNetwork << SrgbColor{59, 130, 246} << amber << u"Connected, no network"_qs;
-        QTest::newRow("connected") << TrayState::Connected << green << green << u"Connected"_qs;
-        QTest::newRow("error") << TrayState::Error << SrgbColor{249, 115, 22} << amber << u"Error"_qs;
-    }
-
-    void presentsEachState()
-    {
-        QFETCH(TrayState, state);
-        QFETCH(SrgbColor, dot);
-        QFETCH(SrgbColor, headerColor);
-        QFETCH(QString, headerText);
-        QCOMPARE(dotColor(state), dot);
-        QCOMPARE(headerPresentation(state), (HeaderPresentation{headerColor, headerText}));
     }
 };
 
