@@ -1,10 +1,14 @@
 #!/usr/bin/python3
 """The desktop's side of the session bus, as a process of its own so that it answers while a test
 blocks: a notification server that shows nothing, and a panel's StatusNotifierWatcher with its
-host. It prints one JSON line per event: {"notice": [summary, body]}, {"registered": service}.
-A line "panel" on standard input starts the panel, or replaces the running one with a new
-connection (a restarted panel); with --no-panel there is none until then.
+host. It prints one JSON line per event: {"notice": [summary, body], "app": …, "hints": {…}},
+{"capabilities": true} when asked for them, {"registered": service}. A line "panel" on standard
+input starts the panel, or replaces the running one with a new connection (a restarted panel);
+with --no-panel there is none until then. The notification server can be another:
+--capabilities=a,b (default "body"), --refuse=MESSAGE (every notice fails), --stall (it takes the
+capability question and never answers).
 """
+import argparse
 import json
 import os
 import sys
@@ -22,19 +26,24 @@ def say(event):
 
 
 class Notifications(dbus.service.Object):
-    """Parses no body markup: the bodies it is sent must be the texts as typed."""
+    """By default it parses no body markup: the bodies it is sent must be the texts as typed."""
 
     def __init__(self, bus):
         super().__init__(bus, "/org/freedesktop/Notifications")
         self.count = 0
 
-    @dbus.service.method("org.freedesktop.Notifications", out_signature="as")
-    def GetCapabilities(self):
-        return ["body"]
+    @dbus.service.method("org.freedesktop.Notifications", out_signature="as", async_callbacks=("reply", "error"))
+    def GetCapabilities(self, reply, error):
+        say({"capabilities": True})
+        if not options.stall:
+            reply(options.capabilities.split(","))
 
     @dbus.service.method("org.freedesktop.Notifications", in_signature="susssasa{sv}i", out_signature="u")
     def Notify(self, app, replaces, icon, summary, body, actions, hints, timeout):
-        say({"notice": [str(summary), str(body)]})
+        say({"notice": [str(summary), str(body)], "app": str(app), "replaces": int(replaces),
+             "hints": {str(k): str(v) for k, v in hints.items()}})
+        if options.refuse:
+            raise dbus.exceptions.DBusException(options.refuse, name="org.freedesktop.DBus.Error.AccessDenied")
         self.count += 1
         return self.count
 
@@ -53,6 +62,12 @@ class Watcher(dbus.service.Object):
                 "RegisteredStatusNotifierItems": dbus.Array([], signature="s")}[name]
 
 
+arguments = argparse.ArgumentParser()
+arguments.add_argument("--no-panel", action="store_true")
+arguments.add_argument("--capabilities", default="body")
+arguments.add_argument("--refuse")
+arguments.add_argument("--stall", action="store_true")
+options = arguments.parse_args()
 DBusGMainLoop(set_as_default=True)
 address = os.environ["DBUS_SESSION_BUS_ADDRESS"]
 desktop = dbus.bus.BusConnection(address)
@@ -78,7 +93,7 @@ def command(source, _):
     return bool(line)
 
 
-if "--no-panel" not in sys.argv:
+if not options.no_panel:
     start_panel()
 GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, command)
 say({"ready": True})

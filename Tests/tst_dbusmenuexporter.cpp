@@ -29,6 +29,14 @@ public Q_SLOTS:
     void record(const QDBusMessage &message) { messages.append(message); }
 };
 
+// The exporter that can tell whether it is inside a D-Bus call.
+class Exporter : public DBusMenuExporter
+{
+public:
+    using DBusMenuExporter::DBusMenuExporter;
+    bool inCall() const { return calledFromDBus(); }
+};
+
 } // namespace
 
 class TestDBusMenuExporter : public QObject
@@ -39,7 +47,7 @@ private:
     QDBusConnection m_app = QDBusConnection::sessionBus();
     QDBusConnection m_host = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"host"_qs);
     std::unique_ptr<QMenu> m_menu;
-    std::unique_ptr<DBusMenuExporter> m_exporter;
+    std::unique_ptr<Exporter> m_exporter;
     QAction *m_file = nullptr;
     QAction *m_status = nullptr;
     QAction *m_hidden = nullptr;
@@ -69,8 +77,6 @@ private Q_SLOTS:
         QVERIFY(m_host.isConnected());
         QVERIFY(m_host.connect(m_app.baseService(), menuPath, menuInterface, u"ItemsPropertiesUpdated"_qs, &m_log,
                                SLOT(record(QDBusMessage))));
-        QVERIFY(m_host.connect(m_app.baseService(), menuPath, menuInterface, u"LayoutUpdated"_qs, &m_log,
-                               SLOT(record(QDBusMessage))));
     }
 
     void init()
@@ -84,7 +90,7 @@ private Q_SLOTS:
         m_hidden->setVisible(false);
         m_quit = m_menu->addAction(u"Quit"_qs);
         m_quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-        m_exporter = std::make_unique<DBusMenuExporter>(m_menu.get());
+        m_exporter = std::make_unique<Exporter>(m_menu.get());
         QVERIFY(m_app.registerObject(menuPath, m_exporter.get(),
                                      QDBusConnection::ExportScriptableContents | QDBusConnection::ExportAllProperties));
         m_log.messages.clear();
@@ -170,25 +176,26 @@ private Q_SLOTS:
         QCOMPARE(qdbus_cast<QList<int>>(group.arguments().value(1)), (QList<int>{98, 99}));
     }
 
-    // A click runs its action once, later; other events and disabled rows run nothing.
+    // A click runs its action once, after the host has its reply (a "Quit" may end the process);
+    // other events and disabled rows run nothing.
     void clicksTriggerEnabledRowsOnce()
     {
-        QSignalSpy quit(m_quit, &QAction::triggered);
+        QList<bool> quitInCall;
+        connect(m_quit, &QAction::triggered, this, [&] { quitInCall.append(m_exporter->inCall()); });
         QSignalSpy status(m_status, &QAction::triggered);
         const QVariant data = QVariant::fromValue(QDBusVariant(0));
         QCOMPARE(call(u"Event"_qs, {5, u"hovered"_qs, data, 0u}).type(), QDBusMessage::ReplyMessage);
         QCOMPARE(call(u"Event"_qs, {3, u"clicked"_qs, data, 0u}).type(), QDBusMessage::ReplyMessage);
-        QCOMPARE(quit.size(), 0); // not from inside the call: the host's reply goes first
         QCOMPARE(call(u"Event"_qs, {5, u"clicked"_qs, data, 0u}).type(), QDBusMessage::ReplyMessage);
         settle();
-        QCOMPARE(quit.size(), 1);
+        QCOMPARE(quitInCall, QList<bool>{false});
         QCOMPARE(status.size(), 0);
 
         const DBusMenuEventList events{{5, u"clicked"_qs, QDBusVariant(0), 0}, {99, u"clicked"_qs, QDBusVariant(0), 0}};
         const QDBusMessage group = call(u"EventGroup"_qs, {QVariant::fromValue(events)});
         QCOMPARE(qdbus_cast<QList<int>>(group.arguments().value(0)), QList<int>{99});
         settle();
-        QCOMPARE(quit.size(), 2);
+        QCOMPARE(quitInCall, (QList<bool>{false, false}));
     }
 
     // One turn's changes reach the host as one message with only what differs; changes that
@@ -226,20 +233,6 @@ private Q_SLOTS:
         QCOMPARE(removed.size(), 1);
         QCOMPARE(removed[0].id, 3);
         QCOMPARE(removed[0].properties, QStringList{u"icon-data"_qs});
-    }
-
-    // Rows added or removed change the layout: its revision grows and new rows get new ids.
-    void announcesNewLayouts()
-    {
-        m_menu->addAction(u"New"_qs);
-        m_menu->removeAction(m_hidden);
-        QTRY_COMPARE(m_log.messages.size(), 1);
-        QCOMPARE(m_log.messages[0].member(), u"LayoutUpdated"_qs);
-        QCOMPARE(m_log.messages[0].arguments(), (QVariantList{2u, 0}));
-        QList<int> ids;
-        for (const DBusMenuLayoutItem &child : layout().children)
-            ids.append(child.id);
-        QCOMPARE(ids, (QList<int>{1, 2, 3, 5, 6}));
     }
 };
 

@@ -81,14 +81,21 @@ private Q_SLOTS:
         QCOMPARE(model.rowCount(), expected.size());
     }
 
-    // Sort keys are reused between snapshots; a renamed device must still move to its new place.
-    void resortsWhenNamesChange()
+    // Sort keys and search texts are reused between snapshots; a renamed device must still move to
+    // its new place, and be found by its new name only, also in a list of the same size.
+    void followsRenamedDevices()
     {
         PeerListModel model;
+        model.setSearchText(u"a"_qs);
         model.applySnapshot(snapshotOf({named(u"beta"_qs, {}, {}, u"b"_qs), named(u"alpha"_qs, {}, {}, u"a"_qs)}));
         QCOMPARE(listed(model.allDevices()), (QStringList{u"alpha/a"_qs, u"beta/b"_qs}));
+        model.setSearchText(u"alp"_qs);
+        QCOMPARE(listed(model.filteredDevices()), QStringList{u"alpha/a"_qs});
         model.applySnapshot(snapshotOf({named(u"beta"_qs, {}, {}, u"b"_qs), named(u"gamma"_qs, {}, {}, u"a"_qs)}));
         QCOMPARE(listed(model.allDevices()), (QStringList{u"beta/b"_qs, u"gamma/a"_qs}));
+        QCOMPARE(listed(model.filteredDevices()), QStringList());
+        model.setSearchText(u"gam"_qs);
+        QCOMPARE(listed(model.filteredDevices()), QStringList{u"gamma/a"_qs});
         model.applySnapshot(std::nullopt);
         QCOMPARE(model.rowCount(), 0);
     }
@@ -230,12 +237,6 @@ private Q_SLOTS:
             const QString tip = column == PeerListModel::DeviceColumn ? device.fqdn.value_or(QString()) : texts[column];
             QCOMPARE(index.data(Qt::ToolTipRole).toString(), tip);
         }
-    }
-
-    void footerTellsTheStateOnly()
-    {
-        QCOMPARE(PeerListModel::footerText(TrayState::Connecting), u"Control plane: connecting\u2026"_qs);
-        QCOMPARE(PeerListModel::footerText(TrayState::NoNetwork), u"Control plane: connected (no active network)"_qs);
     }
 };
 
