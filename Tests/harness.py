@@ -1,13 +1,8 @@
-"""The installed app on a desktop of the test's own, shared by every whole-app test.
-
-A test runs under xvfb-run and a private, bare session bus (session-bus.conf). A `Session` starts
-the desktop's side of the bus (desktop.py: a notification server and a panel's watcher), a daemon
-at a socket of its own (the simulator, or a `FakeDaemon` written in the test) and the installed
-app, which reaches that socket through its fixed path (scripts/with-daemon-socket.sh). The app is
-read and driven as a panel does it: the status item's properties, its exported menu, clicks on
-rows. Every request a daemon hears is logged with its time. `check` and `finish` report in the
-form CTest's log and CI read: "N passed, N failed".
-"""
+# The installed app on a desktop of the test's own, shared by every whole-app test, which runs
+# under xvfb-run and a bare session bus: a `Session` starts desktop.py (notification server and
+# panel), a daemon (the simulator or a `FakeDaemon`) that logs each request with its time, and
+# the app, which reaches the daemon through its fixed socket path; the app is read and clicked
+# as a panel does it.
 import contextlib
 import json
 import os
@@ -55,11 +50,10 @@ def until(probe, seconds=20):
 
 
 def within(probe, seconds):
-    """Whether `probe` comes true within `seconds`."""
-    try:
+    """What `probe` gives once it comes true within `seconds`, else False."""
+    with contextlib.suppress(TimeoutError):
         return until(probe, seconds)
-    except TimeoutError:
-        return False
+    return False
 
 
 class Desktop:
@@ -83,8 +77,7 @@ class Desktop:
 
     def start_panel(self):
         """Starts the panel, or restarts it: the watcher's name gets a new owner."""
-        self.process.stdin.write("panel\n")
-        self.process.stdin.flush()
+        print("panel", file=self.process.stdin, flush=True)
 
     def stop(self):
         self.process.kill()
@@ -106,10 +99,7 @@ class Simulator:
             if line.startswith("request: "):
                 self.requests.append((time.monotonic(), line[len("request: "):].rstrip("\n")))
 
-    def stop(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
+    stop = Desktop.stop
 
 
 class FakeDaemon:
@@ -226,10 +216,7 @@ class App:
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
-    def stop(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
+    stop = Desktop.stop
 
 
 class Session:

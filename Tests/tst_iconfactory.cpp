@@ -47,15 +47,6 @@ class TestIconFactory : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cachesOneIconPerState()
-    {
-        IconFactory::clearStatusIconCache();
-        const QIcon first = IconFactory::statusIcon(TrayState::Connected);
-        QCOMPARE(IconFactory::statusIcon(TrayState::Connected).cacheKey(), first.cacheKey());
-        QVERIFY(IconFactory::statusIcon(TrayState::Error).cacheKey() != first.cacheKey());
-        QCOMPARE(IconFactory::cachedStatusIconCount(), 2);
-    }
-
     // The dot is 7.3125 points wide, 0.5 point in from the right and bottom edges, filled with the
     // state's colour and ringed by a dark line 0.8 point wide; at 1x, 2x and every tray-host size.
     void drawsTheDotInPlace_data()

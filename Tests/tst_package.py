@@ -3,9 +3,9 @@
 
 Lints the two packages (lintian, desktop-file-validate, appstreamcli), checks what each holds,
 unpacks both into a throwaway root and runs the app from there, end to end against the simulated
-daemon from its own package: the logo must come from the installed resource directory (traced),
-the menu must follow the daemon through a disconnect, and
-"Quit Veltrane" must end the app. Also fills in the macOS Info.plist template as CMake does and
+daemon from its own package and under strace: the logo must come from the installed resource
+directory, the menu must follow the daemon, "Quit Veltrane" must end the app, and the app must
+write no file. Also fills in the macOS Info.plist template as CMake does and
 reads it back, the one part of the bundle that can be checked here.
 
 Usage: tst_package.py PACKAGE-FOLDER, under xvfb-run and a bare session bus.
@@ -19,8 +19,9 @@ import struct
 import subprocess
 import sys
 import tempfile
+import time
 
-from harness import ID, SOURCE, Session, check, finish, within
+from harness import ID, SOURCE, Session, check, finish, until, within
 
 PACKAGES = sys.argv[1]
 ICON_SIZES = [16, 22, 24, 32, 48, 64, 96, 128, 256, 512]
@@ -87,24 +88,36 @@ for size in ICON_SIZES:
 with open(os.path.join(usr, f"share/icons/hicolor/scalable/apps/{ID}.svg")) as svg:
     check("<svg" in svg.read(), "the scalable icon is an SVG")
 
-# The app, from the throwaway root, against the simulator from its package. strace shows where
-# the logo came from.
+# The app, from the throwaway root, against the simulator from its package, under strace: the logo
+# comes from the installed resource directory, and no file is written, created, renamed or
+# removed through polls, commands and the peers window. (Qt's start-up asks to make the runtime
+# directory, which a session always has: the call fails and changes nothing.)
 trace = os.path.join(root, "trace")
 installed_logo = os.path.join(usr, "share/veltrane-tray/veltrane-logo.png")
-source_logo = os.path.join(SOURCE, "Resources/veltrane-logo.png")
-wrapper = ["strace", "-f", "-qq", "-o", trace, "-e", "trace=open,openat,openat2"]
-with Session(usr, os.path.join(usr, "bin/veltrane-daemon-sim"), wrapper=wrapper) as session:
+CHANGING = ("creat,mkdir,mkdirat,rename,renameat,renameat2,unlink,unlinkat,rmdir,link,linkat,symlink,"
+            "symlinkat,truncate,ftruncate,chmod,fchmodat,mknod,mknodat")
+wrapper = ["strace", "-f", "-qq", "-o", trace, "-e", "trace=open,openat,openat2," + CHANGING]
+runtime = {"XDG_RUNTIME_DIR": tempfile.mkdtemp()}  # as every session sets it; else Qt makes one
+with Session(usr, os.path.join(usr, "bin/veltrane-daemon-sim"), wrapper=wrapper, environment=runtime) as session:
     app = session.app
     check(within(lambda: app.tooltip() == "Veltrane \u2014 Connected", 20), "the installed app shows the daemon connected")
+    app.click("Peers\u2026")
     app.click("Disconnect")
     check(within(lambda: app.tooltip() == "Veltrane \u2014 Disconnected", 20), "after Disconnect it shows it disconnected")
+    app.click("Connect")
+    until(lambda: app.row("Disconnect"))
+    time.sleep(3.5)  # a poll with everything shown
     check(app.quit() == 0, '"Quit Veltrane" ends the app')
 
 with open(trace) as lines:
-    logo_opens = [line for line in lines if "veltrane-logo.png" in line]
-loaded = [line for line in logo_opens if re.search(r"= \d+$", line.strip())]
+    calls = lines.read().splitlines()
+loaded = [call for call in calls if "veltrane-logo.png" in call and re.search(r"= \d+$", call)]
 check(len(loaded) == 1 and installed_logo in loaded[0], f"the logo is read once, from {installed_logo}: {loaded}")
-check(not any(source_logo in line for line in logo_opens), "the source tree's logo is not looked at")
+check(not any(os.path.join(SOURCE, "Resources") in call for call in calls), "the source tree's logo is not looked at")
+attempts = [call for call in calls if re.search(r"\bopen(at2?)?\(.*\b(O_WRONLY|O_RDWR|O_CREAT|O_TRUNC)\b|\b(%s)\("
+                                                % CHANGING.replace(",", "|"), call)]
+changed = [call for call in attempts if not re.search(r"= -1 E", call)]
+check(len(calls) > 100 and not changed, f"{len(calls)} file calls traced; none changed a file: {changed}")
 
 # The bundle's Info.plist, filled in as CMake fills it for a macOS build.
 values = {"MACOSX_BUNDLE_EXECUTABLE_NAME": "Veltrane", "MACOSX_BUNDLE_GUI_IDENTIFIER": ID,

