@@ -1,18 +1,14 @@
 // Notices over a real, private session bus to a notification server in another process
 // (desktop.py), which prints every call it gets.
-#include "ApplicationIdentity.h"
 #include "FreedesktopNotificationCenter.h"
 #include "Notify.h"
 
 #include <QDBusConnection>
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Veltrane;
@@ -172,18 +168,6 @@ private Q_SLOTS:
         for (const QString &title : {u"a"_qs, u"b"_qs, u"c"_qs})
             Notify::show(title, u"body"_qs);
         QCOMPARE(center->events, (QStringList{u"permission"_qs, u"a"_qs, u"b"_qs, u"c"_qs}));
-    }
-
-    void identityComesFromTheInstalledDesktopEntry()
-    {
-        QTemporaryDir prefix;
-        QVERIFY(QDir(prefix.path()).mkpath(u"bin"_qs) && QDir(prefix.path()).mkpath(u"share/applications"_qs));
-        const QString bin = prefix.filePath(u"bin"_qs);
-        QCOMPARE(ApplicationIdentity::detect(bin), std::nullopt);
-        QFile entry(prefix.filePath(u"share/applications/net.veltrane.tray.desktop"_qs));
-        QVERIFY(entry.open(QIODevice::WriteOnly));
-        entry.close();
-        QCOMPARE(ApplicationIdentity::detect(bin), std::optional(u"net.veltrane.tray"_qs));
     }
 };
 

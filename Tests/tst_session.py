@@ -38,6 +38,9 @@ STATES = [
     ({"success": True, "status": CONNECTED}, "Connected", GREEN,
      ["Disconnect", "(off) lab__box.example.ts.net", "(off) 100.64.0.7", "Peers\u2026", "Log out"]),
     ({"success": True, "status": {"wantRunning": True, "membershipState": "invalid_snapshot"}}, "Error", ORANGE, ACTIVE),
+    # No name, no address: the device row says so; a tag's name is the owner.
+    ({"success": True, "status": {"membershipState": "membership_active", "isTagged": True, "ownerTag": "tag:ci"}},
+     "Connected", GREEN, ["Disconnect", "(off) This device", "(off)  \u00b7 tag:ci", "Peers\u2026", "Log out"]),
 ]
 WIRE = {"Disconnect": "stop", "Connect": "start", "Log in\u2026": "login_via_link", "Log out": "logout"}
 UNREACHABLE = "Unable to reach the daemon: "
