@@ -60,7 +60,7 @@ class Desktop:
     """desktop.py's events: the notices shown and the items registered with the panel."""
 
     def __init__(self, panel=True):
-        self.notices, self.registered = [], []
+        self.notices, self.hints, self.registered = [], [], []
         self.process = subprocess.Popen([sys.executable, os.path.join(HERE, "desktop.py")]
                                         + ([] if panel else ["--no-panel"]),
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
@@ -72,6 +72,7 @@ class Desktop:
             event = json.loads(line)
             if "notice" in event:
                 self.notices.append(tuple(event["notice"]))
+                self.hints.append(event["hints"])
             elif "registered" in event:
                 self.registered.append(event["registered"])
 

@@ -1,12 +1,7 @@
 #!/usr/bin/python3
-"""The peers window as a screen reader finds it, through AT-SPI: the installed app opens
-"Peers…" from its exported menu, and pyatspi, a real AT-SPI client, reads the window's tree: the
-window and every widget are named, the columns have their titles, and each row reads as the cells
-of the device it shows.
-
-Usage: tst_accessibility.py PREFIX SIMULATOR, under xvfb-run and a bare session bus (the
-accessibility bus is started here, as a desktop session starts it).
-"""
+"""The peers window as a screen reader finds it through AT-SPI (pyatspi): everything named, the
+columns titled, each row read as its device's cells.
+Usage: tst_accessibility.py PREFIX SIMULATOR, under xvfb-run and a bare session bus."""
 import json
 import os
 import signal

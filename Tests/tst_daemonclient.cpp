@@ -119,13 +119,9 @@ private Q_SLOTS:
         QTest::addColumn<Fault>("fault");
         QTest::addColumn<QByteArray>("scripted");
         QTest::addColumn<QString>("outcome");
-        const QString active = u"success status=membership_active"_qs;
         const QString invalid = u"Daemon request failed (invalid response: "_qs;
-        QTest::newRow("in slow pieces") << Fault::SlowReply << QByteArray() << active;
-        QTest::newRow("bytes after the line feed") << Fault::TrailingBytes << QByteArray() << active;
         QTest::newRow("closed without line feed")
             << Fault::Scripted << QByteArray("{\"success\":true,\"status\":{\"membershipState\":\"x\"}}") << u"success status=x"_qs;
-        QTest::newRow("refused with error") << Fault::Refuse << QByteArray() << u"refused error=The daemon is busy; try again."_qs;
         QTest::newRow("refused with status")
             << Fault::Scripted << QByteArray("{\"success\":false,\"status\":{\"membershipState\":\"membership_active\"}}\n")
             << u"refused status=membership_active"_qs;

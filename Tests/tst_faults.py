@@ -1,17 +1,8 @@
 #!/usr/bin/python3
-"""The installed app under every way a daemon can misbehave, in one run.
-
-One app through a series of daemons at its socket: the simulator in each of its fault modes, a
-missing socket, a socket this user may not open, a daemon that accepts and never reads, one that
-sends 5 MiB without a line feed, a restart into another state, one that answers a command and then
-dies. For each: the state its answers call for (the
-icon's dot), exactly the notices they call for, no status request sooner than the poll interval
-allows, and then, with a good daemon back, the app alive, applying answers, holding no more
-descriptors than before. Last, daemon texts with markup, control characters, right-to-left text
-and 10,000 characters must reach menu rows and notices as the daemon wrote them.
-
-Usage: tst_faults.py PREFIX SIMULATOR, under xvfb-run and a bare session bus.
-"""
+"""The installed app through every way a daemon can misbehave, one after another: the state its
+answers call for, exactly the notices they call for, polls no sooner than the interval, then the
+app alive with a good daemon and no more descriptors; last, daemon texts shown as written.
+Usage: tst_faults.py PREFIX SIMULATOR, under xvfb-run and a bare session bus."""
 import json
 import os
 import sys

@@ -1,15 +1,7 @@
 #!/usr/bin/python3
-"""The Debian packages as a user gets them.
-
-Lints the two packages (lintian, desktop-file-validate, appstreamcli), checks what each holds,
-unpacks both into a throwaway root and runs the app from there, end to end against the simulated
-daemon from its own package and under strace: the logo must come from the installed resource
-directory, the menu must follow the daemon, "Quit Veltrane" must end the app, and the app must
-write no file. Also fills in the macOS Info.plist template as CMake does and
-reads it back, the one part of the bundle that can be checked here.
-
-Usage: tst_package.py PACKAGE-FOLDER, under xvfb-run and a bare session bus.
-"""
+"""The Debian packages as a user gets them: linted, their contents checked, unpacked into a
+throwaway root and run from there under strace against the packaged simulator.
+Usage: tst_package.py PACKAGE-FOLDER, under xvfb-run and a bare session bus."""
 import glob
 import os
 import plistlib

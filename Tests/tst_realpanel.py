@@ -1,12 +1,7 @@
 #!/usr/bin/python3
-"""The installed app in a real panel: Debian's xfce4-panel (its systray plugin is the tray host and
-the StatusNotifierWatcher) under Xvfb and xfwm4. From screenshots: the icon is drawn in the panel,
-a left click opens the panel's own menu (and no menu of the app's: a host that is not told the
-item is a menu activates it instead), and choosing "Quit Veltrane" in it ends the app.
-
-Usage: tst_realpanel.py PREFIX SIMULATOR, under xvfb-run and a bare session bus; the screenshots
-are kept in a folder it names.
-"""
+"""The installed app in Debian's xfce4-panel under Xvfb and xfwm4, from screenshots: the icon in
+the panel, a left click opens the panel's own menu (no window of the app's), Quit ends the app.
+Usage: tst_realpanel.py PREFIX SIMULATOR, under xvfb-run and a bare session bus."""
 import glob
 import os
 import shutil

@@ -1,15 +1,7 @@
 #!/usr/bin/python3
-"""The run command's choice of daemon, where a user runs it.
-
-scripts/start-tray.sh runs the installed app against the daemon that listens at the fixed socket
-path, else against the simulated daemon. Four kinds of /run/veltrane: missing, a directory without a
-socket, a socket left behind by a daemon that is gone, and a live daemon. For each the app must
-reach the right daemon, and the system's /run/veltrane must stay as it was. The test plays the
-system in a private mount namespace with a /run of its own (a user namespace too when not run as
-root); the app runs without a session bus, offscreen.
-
-Usage: tst_runpath.py PREFIX SIMULATOR
-"""
+"""The run command's choice of daemon for four kinds of /run/veltrane (missing, empty, a stale
+socket, a live daemon), played in a private mount namespace: the right daemon is polled and the
+system's /run/veltrane is left as it was. Usage: tst_runpath.py PREFIX SIMULATOR"""
 import os
 import signal
 import socket

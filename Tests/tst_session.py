@@ -1,18 +1,17 @@
 #!/usr/bin/python3
-"""A whole session of the installed app on a desktop, as a user lives it: autostarted before the
-panel, registered with every panel that comes, no daemon, then a daemon that is stopped and signed
-out; Connect, sign in through the browser, the peers window, a second start, Disconnect; then a
-bus that stays silent while nothing changes; the menu, tooltip and icon for every status; one notice
-for every command's outcome; and Quit.
-
-Usage: tst_session.py PREFIX SIMULATOR, under xvfb-run and a bare session bus.
-"""
+"""A whole session of the installed app, as a user lives it: started before the panel, a panel
+that restarts, no daemon, then Connect, sign-in, the peers window, a second start, Disconnect; a
+quiet bus; the menu for every status and one notice for every command's outcome; Quit.
+Usage: tst_session.py PREFIX SIMULATOR, under xvfb-run and a bare session bus."""
 import os
+import re
 import signal
 import subprocess
 import sys
 import tempfile
 import time
+
+import dbus
 
 from harness import GREEN, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
 
@@ -145,6 +144,10 @@ def main():
               "a second start leaves at once; the first runs on")
         app.click("Disconnect")
         check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12), "Disconnect")
+        ids = [hints.get("x-veltrane-id", "") for hints in desktop.hints]
+        check(all(hints.get("desktop-entry") == ID for hints in desktop.hints) and len(set(ids)) == len(ids)
+              and all(re.fullmatch(r"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}", i) for i in ids),
+              f"each notice names the app's desktop entry and an identifier of its own: {desktop.hints}")
         check(desktop.notices == [SIGN_IN, SIGNED_IN],
               f"exactly the sign-in notices: {desktop.notices}")
 
@@ -169,6 +172,27 @@ def main():
             check(within(lambda: app.rows() == menu(header, middle) and app.tooltip() == "Veltrane \u2014 " + header
                          and app.dot() == dot, 10), f"{header}: {app.rows()}, dot {app.dot()}")
         check(desktop.notices[2:] == [], "no notice from a status")
+
+        # The menu as any DBusMenu host may ask for it; unknown rows are errors.
+        exported, quit_row = app.menu, app.row("Quit Veltrane")
+        revision, (root, properties, children) = exported.GetLayout(0, 0, dbus.Array([], signature="s"))
+        check(revision == 1 and root == 0 and properties["children-display"] == "submenu" and not children,
+              "the root alone at depth 0")
+        check(exported.GetLayout(quit_row, -1, ["label"])[1][1] == {"label": "Quit Veltrane"}
+              and [list(keys) for keys in exported.GetProperty(quit_row, "shortcut")] == [["Control", "q"]]
+              and [(i, dict(p)) for i, p in exported.GetGroupProperties([1, 99], ["enabled"])] == [(1, {"enabled": False})],
+              "one row, a group, chosen properties; Quit's shortcut")
+        def error_of(method, *arguments):
+            try:
+                getattr(exported, method)(*arguments)
+            except dbus.DBusException as error:
+                return error.get_dbus_name()
+        unknown = "com.canonical.dbusmenu.Error.UnknownId"
+        errors = [error_of("GetLayout", 99, -1, dbus.Array([], signature="s")), error_of("GetProperty", 99, "label"),
+                  error_of("AboutToShow", 99), error_of("Event", 99, "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0)),
+                  error_of("GetProperty", 1, "x")]
+        check(errors == [unknown] * 4 + ["org.freedesktop.DBus.Error.InvalidArgs"]
+              and list(exported.AboutToShowGroup([1, 98])[1]) == [98], f"unknown rows and properties are errors: {errors}")
 
         os.remove(links)
         for row, status, reply, notice in COMMANDS:

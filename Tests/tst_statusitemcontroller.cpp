@@ -116,17 +116,6 @@ private Q_SLOTS:
         QCOMPARE(m_center->notices.size(), 1);
     }
 
-    void toggleNeedsADaemon()
-    {
-        m_server->setFault(Fault::RefuseWithoutError, u"get_status"_qs);
-        startController();
-        QTRY_COMPARE(requests().size(), 1);
-        QTest::qWait(50);
-        m_controller->onToggleConnect();
-        QCOMPARE(m_center->notices, QStringList{u"The Veltrane daemon is not running."_qs});
-        QCOMPARE(requests().size(), 1);
-    }
-
     // A tick while a status request is outstanding sends nothing; a click while a command is.
     void keepsOneRequestOfEachKindOutstanding()
     {

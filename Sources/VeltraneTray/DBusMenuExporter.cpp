@@ -61,25 +61,7 @@ QVariantMap filtered(const QVariantMap &properties, const QStringList &names)
 
 QString dbusMenuLabel(const QString &actionText)
 {
-    QString label;
-    label.reserve(actionText.size() + 4);
-    for (qsizetype i = 0; i < actionText.size(); ++i) {
-        const QChar c = actionText[i];
-        if (c == u'_') {
-            label += u"__"_qs;
-        } else if (c == u'&') {
-            // "&&" is a literal "&"; "&x" marks x; a lone "&" at the end is dropped, as Qt does.
-            if (i + 1 < actionText.size() && actionText[i + 1] == u'&') {
-                label += u'&';
-                ++i;
-            } else if (i + 1 < actionText.size()) {
-                label += u'_';
-            }
-        } else {
-            label += c;
-        }
-    }
-    return label;
+    return QString(actionText).replace(u'_', u"__"_qs).replace(u"&&"_qs, u"&"_qs);
 }
 
 DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)

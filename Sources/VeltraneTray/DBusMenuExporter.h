@@ -12,8 +12,9 @@ class QMenu;
 
 namespace Veltrane {
 
-/// A Qt action text (where "&" marks a mnemonic and "&&" is a literal "&") as a DBusMenu label
-/// (where "_" marks it and "__" is a literal "_"), so a host shows what Qt would.
+/// A Qt action text as a DBusMenu label, so a host shows what Qt would: a literal "_" becomes "__"
+/// and "&&", Qt's literal "&", becomes "&". The app's rows carry no mnemonics, so a lone "&" does
+/// not occur.
 QString dbusMenuLabel(const QString &actionText);
 
 /// Publishes a `QMenu` as `com.canonical.dbusmenu`, the menu a StatusNotifierItem host draws.
