@@ -37,12 +37,11 @@ def finish():
 
 
 def until(probe, seconds=20):
-    """Polls `probe` until it returns something other than None or False; raises on time-out."""
+    """Polls `probe` until it returns something true, and returns that; raises on time-out."""
     deadline = time.monotonic() + seconds
     while True:
         with contextlib.suppress(dbus.DBusException, LookupError, OSError):
-            result = probe()
-            if result is not None and result is not False:
+            if result := probe():
                 return result
         if time.monotonic() > deadline:
             raise TimeoutError(getattr(probe, "__doc__", None) or "condition")
@@ -205,9 +204,11 @@ class App:
         return next((i for i, p in self.layout() if p.get("label") == label and p.get("visible", True)
                      and p.get("enabled", True)), None)
 
-    def click(self, label):
-        """Clicks the row once it is shown and enabled."""
-        self.menu.Event(until(lambda: self.row(label)), "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0))
+    def click(self, label, times=1):
+        """Clicks the row once it is shown and enabled (`times` in a row)."""
+        row = until(lambda: self.row(label))
+        for _ in range(times):
+            self.menu.Event(row, "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0))
 
     def quit(self):
         """Chooses "Quit Veltrane"; the app's exit status."""

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The peers window as a screen reader finds it through AT-SPI (pyatspi): everything named, the
-columns titled, each row read as its device's cells.
+columns titled, each row read as its device's cells; the open window follows the daemon.
 Usage: tst_accessibility.py PREFIX SIMULATOR, under xvfb-run and a bare session bus."""
 import json
 import os
@@ -11,7 +11,7 @@ import sys
 import dbus
 import pyatspi
 
-from harness import Session, ask, check, finish, until
+from harness import Session, ask, check, finish, until, within
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 COLUMNS = ["Device", "IP", "Status", "Path", "RTT"]
@@ -53,5 +53,8 @@ with Session(PREFIX, SIMULATOR, options=["--peers", "6"],
     expected = {(d.get("computerName") or d.get("hostName") or d.get("fqdn") or "", d.get("assignedIp", ""))
                 for d in devices}
     check({(cells[0], cells[1]) for cells in rows} == expected, "the rows read as the daemon's devices")
+    session.replace_daemon(lambda: None)  # the open window follows every status
+    check(within(lambda: table.queryTable().nRows == 0 and footer.name == "Control plane: unreachable (daemon not running)", 15),
+          "with the daemon gone, no rows and the footer says why")
 os.killpg(launcher.pid, signal.SIGTERM)  # the launcher and the accessibility bus it started
 finish()

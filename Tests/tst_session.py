@@ -13,7 +13,7 @@ import time
 
 import dbus
 
-from harness import GREEN, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
+from harness import GET_STATUS, GREEN, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 RULE = "\u2014"
@@ -152,8 +152,12 @@ def main():
               f"exactly the sign-in notices: {desktop.notices}")
 
         # Silent while nothing changes: a change of state is one icon, one tooltip, one menu update.
-        replies = {"get_status": {"success": True, "status": CONNECTED}}
-        session.replace_daemon(lambda: session.fake(replying(lambda command: replies[command])))
+        replies, delays = {"get_status": {"success": True, "status": CONNECTED}}, {}
+
+        def answer(command):
+            time.sleep(delays.get(command, 0))
+            return replies[command]
+        session.replace_daemon(lambda: session.fake(replying(answer)))
         until(lambda: app.dot() == GREEN)
         monitor = BusMonitor(app.owner)
         start = time.monotonic()
@@ -207,6 +211,24 @@ def main():
         check(within(lambda: open(links).read() == "veltrane-auth:code/42\n", 10), "a link of any scheme is opened, nothing else")
         replies["get_status"] = {"success": True, "status": CONNECTED}
         check(within(lambda: desktop.notices[-1] == SIGNED_IN, 10), "and its pickup is told")
+
+        # Clicked while a slow status request is out, a command waits behind it: the status applied
+        # meanwhile disables the command rows, a second click sends nothing, and once answered the
+        # command is followed at once by a status request, not by the next tick.
+        replies["logout"], delays["get_status"] = {"success": True}, 2
+        heard, start = len(desktop.notices), time.monotonic()
+        until(lambda: session.polls_since(start))
+        app.click("Log out", times=2)
+        check(within(lambda: {"(off) Disconnect", "(off) Log out"} <= set(app.rows()), 5),
+              f"command rows disabled while the command runs: {app.rows()}")
+        until(lambda: len(desktop.notices) > heard, 10)
+        time.sleep(2 * 3)
+        delays.clear()
+        lines = [(t, line) for t, line in session.requests if t >= start]
+        logouts = [t for t, line in lines if line == '{"command":"logout"}']
+        follow = [t for t, line in lines if logouts and t > logouts[0] and line == GET_STATUS][:1]
+        check(len(logouts) == 1 and len(desktop.notices) == heard + 1 and follow and follow[0] - logouts[0] < 0.5,
+              f"one command sent and told, and a status request right after it: {lines}")
         check(app.quit() == 0, '"Quit Veltrane" ends the app')
     finish()
 

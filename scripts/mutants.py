@@ -81,6 +81,8 @@ MUTANTS = [
     ("C6", "commands", "the daemon's sign-out message is not told", SRC + "StatusItemController.cpp",
      "response.message.value_or(u\"Your session has been ended.\"_qs)", "u\"Your session has been ended.\"_qs",
      ["controller", "session", "faults"]),
+    ("C7", "commands", "the open peers window does not follow statuses", SRC + "StatusItemController.cpp",
+     "    if (m_peersWindow)\n        m_peersWindow->applySnapshot(snapshot, state);\n", "", ["controller", "a11y"]),
     ("E1", "export", "NewIcon at every poll", SRC + "StatusNotifierItem.cpp",
      "    if (icon.cacheKey() == m_icon.cacheKey())\n        return;\n", "", ["session"]),
     ("E2", "export", "a changed row sends all its properties", SRC + "DBusMenuExporter.cpp",
@@ -121,14 +123,14 @@ SUITES = {
     "new": {"protocol": ["tst_daemonprotocol"], "client": ["tst_daemonclient"], "traystate": ["tst_traystate"],
             "notify": ["tst_notify"], "model": ["tst_peerlistmodel"], "iconfactory": ["tst_iconfactory"],
             "window": ["tst_peerswindow"], "exporter": ["tst_dbusmenuexporter"],
-            "controller": ["tst_statusitemcontroller"], "session": ["tst_session"], "faults": ["tst_faults"],
+            "controller": [], "session": ["tst_session"], "faults": ["tst_faults"], "a11y": ["tst_accessibility"],
             "realpanel": ["tst_realpanel"], "package": ["tst_package"], "runpath": ["tst_runpath"]},
     "old": {"protocol": ["tst_daemonprotocol"], "client": ["tst_daemonclient"], "traystate": ["tst_traystate"],
             "notify": ["tst_notify"], "model": ["tst_peerlistmodel"], "iconfactory": ["tst_iconfactory"],
             "window": ["tst_peerswindow"], "exporter": ["tst_dbusmenuexporter"],
             "controller": ["tst_statusitemcontroller"], "session": ["tst_desktop", "tst_appdelegate"],
-            "faults": ["tst_faults"], "realpanel": ["tst_realpanel"], "package": ["tst_package"],
-            "runpath": ["tst_runpath"]},
+            "faults": ["tst_faults"], "a11y": ["tst_accessibility"], "realpanel": ["tst_realpanel"],
+            "package": ["tst_package", "tst_nofiles"], "runpath": ["tst_runpath"]},
 }
 
 
