@@ -4,7 +4,8 @@ blocks: a notification server that shows nothing, and a panel's StatusNotifierWa
 host. It prints one JSON line per event: {"notice": [summary, body], "app": …, "hints": {…}},
 {"capabilities": true} when asked for them, {"registered": service}. A line "panel" on standard
 input starts the panel, or replaces the running one with a new connection (a restarted panel);
-with --no-panel there is none until then. The notification server can be another:
+with --no-panel there is none until then; "notifications" likewise starts the notification server
+held back by --no-notifications. The notification server can be another:
 --capabilities=a,b (default "body"), --refuse=MESSAGE (every notice fails), --stall (it takes the
 capability question and never answers).
 """
@@ -64,20 +65,24 @@ class Watcher(dbus.service.Object):
 
 arguments = argparse.ArgumentParser()
 arguments.add_argument("--no-panel", action="store_true")
+arguments.add_argument("--no-notifications", action="store_true")
 arguments.add_argument("--capabilities", default="body")
 arguments.add_argument("--refuse")
 arguments.add_argument("--stall", action="store_true")
 options = arguments.parse_args()
 DBusGMainLoop(set_as_default=True)
 address = os.environ["DBUS_SESSION_BUS_ADDRESS"]
-desktop = dbus.bus.BusConnection(address)
-notifications = Notifications(desktop)
-desktop.request_name("org.freedesktop.Notifications", dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
 panel = {}
 
 
+def start_notifications():
+    bus = dbus.bus.BusConnection(address)
+    panel["notifications"] = Notifications(bus)
+    bus.request_name("org.freedesktop.Notifications", dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
+
+
 def start_panel():
-    if panel:
+    if "bus" in panel:
         panel["watcher"].remove_from_connection()
         panel["bus"].close()
     panel["bus"] = dbus.bus.BusConnection(address)
@@ -86,13 +91,15 @@ def start_panel():
 
 
 def command(source, _):
-    line = source.readline()
-    if line.strip() == "panel":
-        start_panel()
-        say({"panel": True})
+    line = source.readline().strip()
+    if line in ("panel", "notifications"):
+        {"panel": start_panel, "notifications": start_notifications}[line]()
+        say({line: True})
     return bool(line)
 
 
+if not options.no_notifications:
+    start_notifications()
 if not options.no_panel:
     start_panel()
 GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, command)

@@ -58,10 +58,10 @@ def within(probe, seconds):
 class Desktop:
     """desktop.py's events: the notices shown and the items registered with the panel."""
 
-    def __init__(self, panel=True):
-        self.notices, self.hints, self.registered = [], [], []
-        self.process = subprocess.Popen([sys.executable, os.path.join(HERE, "desktop.py")]
-                                        + ([] if panel else ["--no-panel"]),
+    def __init__(self, options=()):
+        """`options`: desktop.py's, such as --no-panel."""
+        self.notices, self.hints, self.registered, self.questions = [], [], [], 0
+        self.process = subprocess.Popen([sys.executable, os.path.join(HERE, "desktop.py"), *options],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         assert "ready" in json.loads(self.process.stdout.readline())
         threading.Thread(target=self.read, daemon=True).start()
@@ -74,10 +74,11 @@ class Desktop:
                 self.hints.append(event["hints"])
             elif "registered" in event:
                 self.registered.append(event["registered"])
+            self.questions += "capabilities" in event
 
-    def start_panel(self):
-        """Starts the panel, or restarts it: the watcher's name gets a new owner."""
-        print("panel", file=self.process.stdin, flush=True)
+    def start(self, part):
+        """Starts "notifications", or the "panel" (again: the watcher's name gets a new owner)."""
+        print(part, file=self.process.stdin, flush=True)
 
     def stop(self):
         self.process.kill()
@@ -160,8 +161,12 @@ class App:
 
     def __init__(self, prefix, socket_dir, wrapper=(), environment=None):
         env = dict(os.environ, QT_QPA_PLATFORM="xcb", **(environment or {}))
+        self.log = []  # the app's log lines
         self.process = subprocess.Popen([os.path.join(SOURCE, "scripts/with-daemon-socket.sh"), socket_dir, *wrapper,
-                                         os.path.join(prefix, "bin/veltrane-tray")], env=env)
+                                         os.path.join(prefix, "bin/veltrane-tray")], env=env,
+                                        stderr=subprocess.PIPE, text=True)
+        threading.Thread(target=lambda: self.log.extend(line.rstrip("\n") for line in self.process.stderr),
+                         daemon=True).start()
         self.bus = dbus.SessionBus()
         self.owner = until(lambda: self.bus.get_name_owner(ID))
         self.item = self.bus.get_object(self.owner, "/StatusNotifierItem", introspect=False)
@@ -224,15 +229,15 @@ class App:
 class Session:
     """A desktop, a daemon and the app, in that order; a context that ends them all."""
 
-    def __init__(self, prefix, simulator=None, options=(), panel=True, wrapper=(), environment=None):
-        """`options` None: no daemon at the start."""
+    def __init__(self, prefix, simulator=None, options=(), desktop=(), wrapper=(), environment=None):
+        """`options` None: no daemon at the start; `desktop`: desktop.py's options."""
         self.prefix, self.program = prefix, simulator
         self.work = tempfile.mkdtemp()
         self.socket_dir = os.path.join(self.work, "run")
         self.socket = os.path.join(self.socket_dir, "daemon.sock")
         os.mkdir(self.socket_dir)
         self.requests = []
-        self.desktop = Desktop(panel)
+        self.desktop = Desktop(desktop)
         self.daemon = self.simulator(*options) if options is not None else None
         self.app = App(prefix, self.socket_dir, wrapper, environment)
 

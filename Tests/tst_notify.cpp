@@ -1,5 +1,6 @@
 // Notices over a real, private session bus to a notification server in another process
-// (desktop.py), which prints every call it gets.
+// (desktop.py), which prints every call it gets. How the running app's notices reach a server
+// that comes late, parses markup or refuses them is checked by tst_session.py.
 #include "FreedesktopNotificationCenter.h"
 #include "Notify.h"
 
@@ -11,15 +12,6 @@
 #include <QTest>
 
 using namespace Veltrane;
-
-namespace {
-
-// Log lines of failures that arrive later, from D-Bus replies handled on the main thread.
-QStringList g_logged;
-
-void captureLog(QtMsgType, const QMessageLogContext &, const QString &message) { g_logged.append(message); }
-
-} // namespace
 
 class TestNotify : public QObject
 {
@@ -71,8 +63,6 @@ private Q_SLOTS:
         m_server.waitForFinished();
         m_events.clear();
         Notify::install(std::nullopt, nullptr);
-        qInstallMessageHandler(nullptr);
-        g_logged.clear();
     }
 
     void withoutIdentityNoticesGoToTheLog()
@@ -85,53 +75,6 @@ private Q_SLOTS:
         Notify::show(QString(), u"%2 <b>"_qs);
         QTest::qWait(200);
         QCOMPARE(events(), QList<QJsonObject>());
-    }
-
-    // One capability question for the run; the app's name; the body as typed for a server that
-    // reads no markup. (The hints each notice carries are read from the running app.)
-    void deliversOverTheSessionBus()
-    {
-        startServer({u"--capabilities=body,actions"_qs});
-        installDesktopNotifications();
-        Notify::show(u"Connected"_qs, u"<b>build_box</b> & co"_qs);
-        Notify::show(u"Second"_qs, u"two"_qs);
-        QTRY_COMPARE(notices(), (QStringList{u"Connected | <b>build_box</b> & co"_qs, u"Second | two"_qs}));
-        QCOMPARE(questions(), 1);
-        QVERIFY(m_events.first().contains(u"capabilities"_qs));
-        QCOMPARE(m_events[1][u"app"_qs].toString(), u"Veltrane"_qs);
-        QCOMPARE(m_events[1][u"replaces"_qs].toInt(), 0);
-    }
-
-    void escapesBodiesForServersThatParseMarkup()
-    {
-        startServer({u"--capabilities=body,body-markup"_qs});
-        installDesktopNotifications();
-        Notify::show(u"<i>Title</i>"_qs, u"<b>x</b> &amp; y"_qs); // the summary is never markup
-        QTRY_COMPARE(notices(), QStringList{u"<i>Title</i> | &lt;b&gt;x&lt;/b&gt; &amp;amp; y"_qs});
-    }
-
-    void serverErrorsAreDeliveryFailures()
-    {
-        startServer({u"--refuse=Do not disturb"_qs});
-        installDesktopNotifications();
-        qInstallMessageHandler(captureLog);
-        Notify::show(u"T"_qs, u"B"_qs);
-        QTRY_COMPARE(g_logged, QStringList{u"[notification] delivery failed: Do not disturb (T \u2014 B)"_qs});
-    }
-
-    // A desktop whose notification server starts after the app still gets notices, and with the
-    // right escaping: a failed capability question is asked again.
-    void serverThatStartsLaterIsUsed()
-    {
-        installDesktopNotifications();
-        qInstallMessageHandler(captureLog);
-        Notify::show(u"early"_qs, u"lost"_qs);
-        QTRY_COMPARE(g_logged.size(), 1);
-        QVERIFY2(g_logged[0].startsWith(u"[notification] delivery failed: "_qs), qPrintable(g_logged[0]));
-        startServer({u"--capabilities=body-markup"_qs});
-        Notify::show(u"late"_qs, u"a < b"_qs);
-        QTRY_COMPARE(notices(), QStringList{u"late | a &lt; b"_qs});
-        QCOMPARE(questions(), 1);
     }
 
     // A server that takes the capability question and never answers holds notices back only

@@ -43,7 +43,7 @@ desktop = [subprocess.Popen([glob.glob("/usr/lib/*/xfce4/xfconf/xfconfd")[0]]),
            subprocess.Popen(["xfwm4"], stderr=subprocess.DEVNULL),
            subprocess.Popen(["xfce4-panel"], stderr=subprocess.DEVNULL)]
 until(lambda: dbus.SessionBus().name_has_owner("org.kde.StatusNotifierWatcher"), 20)
-with Session(PREFIX, SIMULATOR, panel=False) as session:
+with Session(PREFIX, SIMULATOR, desktop=["--no-panel"]) as session:
     dot = within(green_dot, 15)
     check(dot, f"the connected status icon is drawn in the panel, its dot at {dot}")
     menu_area = "300x150+0+60"  # below the panel, where the screen is black

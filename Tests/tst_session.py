@@ -13,7 +13,7 @@ import time
 
 import dbus
 
-from harness import GET_STATUS, GREEN, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
+from harness import GET_STATUS, GREEN, Desktop, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 RULE = "\u2014"
@@ -46,6 +46,8 @@ UNREACHABLE = "Unable to reach the daemon: "
 # Each command's answer and the one notice that tells it.
 COMMANDS = [
     ("Disconnect", CONNECTED, {"success": False, "error": "Busy."}, ("Disconnect failed", "Busy.")),
+    # The server reads markup: daemon text goes escaped.
+    ("Disconnect", CONNECTED, {"success": False, "error": "<b>x</b> & y"}, ("Disconnect failed", "&lt;b&gt;x&lt;/b&gt; &amp; y")),
     ("Connect", STOPPED, {"success": False}, ("Connect failed", "The daemon rejected the request.")),
     ("Log in\u2026", SIGNED_OUT, {"success": False}, ("Sign-in failed", "Login failed.")),
     ("Log in\u2026", SIGNED_OUT, {"success": True, "message": "Check your e-mail.", "login": {"loginUrl": ""}},
@@ -100,12 +102,14 @@ def main():
     environment = {"PATH": bin_dir + ":" + os.environ["PATH"]}
     # A session, then a status table and a command table against a daemon of the test's.
 
-    with Session(PREFIX, SIMULATOR, options=None, panel=False, environment=environment) as session:
+    # The notification server comes late too, and reads markup.
+    late = ["--no-panel", "--no-notifications", "--capabilities=body,body-markup"]
+    with Session(PREFIX, SIMULATOR, options=None, desktop=late, environment=environment) as session:
         app, desktop = session.app, session.desktop
         time.sleep(2.5)
-        desktop.start_panel()
+        desktop.start("panel")
         check(within(lambda: desktop.registered == [app.owner], 10), "autostarted first: registers with the panel that comes")
-        desktop.start_panel()
+        desktop.start("panel")
         check(within(lambda: desktop.registered == [app.owner] * 2, 10), "registers again with a panel that replaces it")
 
         check(within(lambda: app.rows() == menu("Disconnected", ["(off) Connect"]), 12)
@@ -128,6 +132,10 @@ def main():
         app.click("Log in\u2026")
         check(within(lambda: open(links).read().startswith("https://login.veltrane.example/a/VLT-"), 12),
               "the sign-in link goes to the browser")
+        failed = f"{SIGN_IN[0]} \u2014 {SIGN_IN[1]})"
+        check(within(lambda: [line for line in app.log if line.startswith("[notification] delivery failed: ")
+                              and line.endswith(failed)], 10), "no notification server yet: the notice is logged")
+        desktop.start("notifications")
         session.daemon.process.send_signal(signal.SIGUSR1)  # the user signs in
         until(lambda: app.rows()[1] == "(off) Connected", 12)
         rows = app.rows()
@@ -144,11 +152,7 @@ def main():
               "a second start leaves at once; the first runs on")
         app.click("Disconnect")
         check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12), "Disconnect")
-        ids = [hints.get("x-veltrane-id", "") for hints in desktop.hints]
-        check(all(hints.get("desktop-entry") == ID for hints in desktop.hints) and len(set(ids)) == len(ids)
-              and all(re.fullmatch(r"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}", i) for i in ids),
-              f"each notice names the app's desktop entry and an identifier of its own: {desktop.hints}")
-        check(desktop.notices == [SIGN_IN, SIGNED_IN],
+        check(desktop.notices == [SIGNED_IN] and desktop.questions == 1,
               f"exactly the sign-in notices: {desktop.notices}")
 
         # Silent while nothing changes: a change of state is one icon, one tooltip, one menu update.
@@ -175,7 +179,7 @@ def main():
             replies["get_status"] = reply
             check(within(lambda: app.rows() == menu(header, middle) and app.tooltip() == "Veltrane \u2014 " + header
                          and app.dot() == dot, 10), f"{header}: {app.rows()}, dot {app.dot()}")
-        check(desktop.notices[2:] == [], "no notice from a status")
+        check(desktop.notices[1:] == [], "no notice from a status")
 
         # The menu as any DBusMenu host may ask for it; unknown rows are errors.
         exported, quit_row = app.menu, app.row("Quit Veltrane")
@@ -209,6 +213,10 @@ def main():
             got = desktop.notices[heard:]
             check(len(got) == 1 and got[0][0] == notice[0] and got[0][1].startswith(notice[1]), f"{row}: {got}")
         check(within(lambda: open(links).read() == "veltrane-auth:code/42\n", 10), "a link of any scheme is opened, nothing else")
+        ids = [hints.get("x-veltrane-id", "") for hints in desktop.hints]
+        check(all(hints.get("desktop-entry") == ID for hints in desktop.hints) and len(set(ids)) == len(ids)
+              and all(re.fullmatch(r"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}", i) for i in ids),
+              f"each of {len(ids)} notices names the app's desktop entry and an identifier of its own")
         replies["get_status"] = {"success": True, "status": CONNECTED}
         check(within(lambda: desktop.notices[-1] == SIGNED_IN, 10), "and its pickup is told")
 
@@ -229,6 +237,11 @@ def main():
         follow = [t for t, line in lines if logouts and t > logouts[0] and line == GET_STATUS][:1]
         check(len(logouts) == 1 and len(desktop.notices) == heard + 1 and follow and follow[0] - logouts[0] < 0.5,
               f"one command sent and told, and a status request right after it: {lines}")
+        session.desktop.stop()  # a notification server that refuses: the app logs its reason
+        session.desktop = Desktop(["--refuse=Do not disturb"])
+        app.click("Log out")
+        check(within(lambda: "[notification] delivery failed: Do not disturb (Signed out \u2014 Your session has been ended.)"
+                     in app.log, 10), "a refused notice is logged with the server's reason")
         check(app.quit() == 0, '"Quit Veltrane" ends the app')
     finish()
 

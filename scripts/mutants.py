@@ -109,7 +109,7 @@ MUTANTS = [
      "copyToClipboard(hasName ? *device->fqdn : device->assignedIp.value_or(QString()));",
      "copyToClipboard(device->fqdn.value_or(QString()));", ["window"]),
     ("N1", "notices", "bodies not escaped for a server that parses markup", SRC + "FreedesktopNotificationCenter.cpp",
-     "m_bodyMarkup.value_or(true) ? request.body.toHtmlEscaped() : request.body", "request.body", ["notify"]),
+     "m_bodyMarkup.value_or(true) ? request.body.toHtmlEscaped() : request.body", "request.body", ["notify", "session"]),
     ("N2", "notices", "permission asked before every notice", SRC + "Notify.cpp",
      "if (!to.authorizationRequested) {", "if (true) {", ["notify"]),
     ("K1", "package", "the autostart entry is not a conffile", "packaging/CMakeLists.txt",
