@@ -1,4 +1,6 @@
-// The client over a real Unix socket, with the simulated daemon (or a bare listener) behind it.
+// The client over a real Unix socket, with the simulated daemon behind it. What each shape of
+// reply comes to is checked on the running app: tst_session.py's status and command tables and
+// tst_faults.py's daemons.
 #include "DaemonClient.h"
 #include "DaemonSocket.h"
 #include "SimulatedDaemon.h"
@@ -17,8 +19,6 @@
 
 using namespace Veltrane;
 using Simulator::Fault;
-
-Q_DECLARE_METATYPE(Fault)
 
 class TestDaemonClient : public QObject
 {
@@ -110,46 +110,6 @@ private Q_SLOTS:
         clock.start();
         QCOMPARE(exchange(u"get_status"_qs, 1), ClientError::ioFailed(u"read: "_qs + ClientError::systemReason(EAGAIN)).errorDescription());
         QVERIFY2(clock.elapsed() >= 1900, qPrintable(QString::number(clock.elapsed())));
-    }
-
-    // Every shape of reply, well formed or not, and what the caller gets from it. A trailing "…"
-    // compares only what comes before it.
-    void eachReplyHasOneOutcome_data()
-    {
-        QTest::addColumn<Fault>("fault");
-        QTest::addColumn<QByteArray>("scripted");
-        QTest::addColumn<QString>("outcome");
-        const QString invalid = u"Daemon request failed (invalid response: "_qs;
-        QTest::newRow("closed without line feed")
-            << Fault::Scripted << QByteArray("{\"success\":true,\"status\":{\"membershipState\":\"x\"}}") << u"success status=x"_qs;
-        QTest::newRow("refused with status")
-            << Fault::Scripted << QByteArray("{\"success\":false,\"status\":{\"membershipState\":\"membership_active\"}}\n")
-            << u"refused status=membership_active"_qs;
-        QTest::newRow("success absent") << Fault::Scripted << QByteArray("{\"status\":{}}\n") << u"refused status=?"_qs;
-        QTest::newRow("nothing at all") << Fault::Empty << QByteArray() << u"The daemon returned an empty response."_qs;
-        QTest::newRow("half a line") << Fault::CloseMidLine << QByteArray() << invalid + u"…"_qs;
-        QTest::newRow("wrong type deep inside")
-            << Fault::WrongTypes << QByteArray()
-            << invalid + u"expected a boolean at status.connectableDevices[19].online, found a string)."_qs;
-        QTest::newRow("endless stream") << Fault::EndlessStream << QByteArray() << invalid + u"Empty: no JSON found)."_qs;
-    }
-
-    void eachReplyHasOneOutcome()
-    {
-        QFETCH(Fault, fault);
-        QFETCH(QByteArray, scripted);
-        QFETCH(QString, outcome);
-        m_server->setFault(fault);
-        m_server->setScriptedReply(scripted);
-        const QString described = exchange(u"get_status"_qs);
-        QVERIFY2(outcome.endsWith(u'…') ? described.startsWith(outcome.chopped(1)) : described == outcome,
-                 qPrintable(described));
-
-        // tryGetStatus passes a status on only from a successful reply.
-        std::optional<std::optional<DaemonStatusSnapshot>> status;
-        DaemonClient(m_path).tryGetStatus(this, [&](const std::optional<DaemonStatusSnapshot> &s) { status = s; });
-        QTRY_VERIFY(status.has_value());
-        QCOMPARE(status->has_value(), outcome.startsWith(u"success status="_qs));
     }
 
     // A daemon that hangs up early is an error, not SIGPIPE: if the signal got through, this test

@@ -27,11 +27,13 @@ STOPPED = {"wantRunning": False, "membershipState": "membership_active"}
 SIGNED_OUT = {"wantRunning": True, "membershipState": "awaiting_login"}
 NO_NETWORK = {"wantRunning": True, "membershipState": "no_active_memberships"}
 # Each status the daemon may report: the header, the icon's dot, and the rows between the rules.
-STATES = [
+STATES = [  # each differs from the one before, so each is seen applied
     ({"success": False, "status": CONNECTED}, "Disconnected", RED, ["(off) Connect"]),
     ({"success": True, "status": STOPPED}, "Disconnected", SLATE, ["Connect"]),
     ({"success": True, "status": SIGNED_OUT}, "Connected, needs auth", GREY, ["Disconnect", "Log in\u2026"]),
+    ({"status": CONNECTED}, "Disconnected", RED, ["(off) Connect"]),  # success absent is no success
     ({"success": True, "status": {"membershipState": "nodemap_stream_opening"}}, "Connecting\u2026", AMBER, ACTIVE),
+    (b'{"success":true,"status":{"wantRunning":false}}', "Disconnected", SLATE, ["Connect"]),  # closed, no line feed
     ({"success": True, "status": NO_NETWORK}, "Connected, no network", BLUE, ACTIVE),
     # Tagged without a tag name: no owner, not the e-mail. "_" is DBusMenu's "__".
     ({"success": True, "status": CONNECTED}, "Connected", GREEN,
