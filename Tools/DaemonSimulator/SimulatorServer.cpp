@@ -141,10 +141,11 @@ void SimulatorServer::setFault(Fault fault, const QString &command)
     m_faultCommand = command;
 }
 
-void SimulatorServer::setScriptedReply(const QByteArray &bytes)
+void SimulatorServer::setScriptedReply(const QByteArray &bytes, qsizetype chunkBytes)
 {
     std::lock_guard lock(m_mutex);
     m_scriptedReply = bytes;
+    m_scriptedChunkBytes = chunkBytes;
 }
 
 void SimulatorServer::setLogRequests(bool log)
@@ -280,8 +281,12 @@ void SimulatorServer::serve(int connection)
     case Fault::Scripted: {
         std::unique_lock lock(m_mutex);
         const QByteArray scripted = m_scriptedReply;
+        const qsizetype chunk = m_scriptedChunkBytes > 0 ? m_scriptedChunkBytes : scripted.size();
         lock.unlock();
-        DaemonSocket::sendAll(connection, scripted);
+        for (qsizetype at = 0; at < scripted.size(); at += chunk) {
+            if (!DaemonSocket::sendAll(connection, QByteArrayView(scripted).sliced(at, std::min(chunk, scripted.size() - at))))
+                break; // the client stopped reading after its line feed
+        }
         return;
     }
     default:

@@ -53,8 +53,9 @@ public:
     /// request when `command` is empty. CloseBeforeRead acts before a command is known, so it
     /// always applies to every connection.
     void setFault(Fault fault, const QString &command = {});
-    /// The bytes that Fault::Scripted sends, line feed included or not.
-    void setScriptedReply(const QByteArray &bytes);
+    /// The bytes that Fault::Scripted sends, line feed included or not: in writes of `chunkBytes`
+    /// when given, else in one.
+    void setScriptedReply(const QByteArray &bytes, qsizetype chunkBytes = 0);
     /// Writes every request line to standard error as it arrives ("request: …").
     void setLogRequests(bool log);
     static constexpr qsizetype requestHistory = 1000;
@@ -87,6 +88,7 @@ private:
     Fault m_fault = Fault::None;
     QString m_faultCommand;
     QByteArray m_scriptedReply;
+    qsizetype m_scriptedChunkBytes = 0;
     bool m_logRequests = false;
     std::list<Worker> m_workers;
     std::set<int> m_openConnections;
