@@ -26,12 +26,6 @@ private:
     }
 
 private Q_SLOTS:
-    void requestBytesAreCompactWithOneLineFeed()
-    {
-        QCOMPARE(DaemonProtocol::encodeRequest({u"get_status"_qs}), QByteArray("{\"command\":\"get_status\"}\n"));
-        QCOMPARE(DaemonProtocol::encodeRequest({u"say \"hi\"\n"_qs}), QByteArray("{\"command\":\"say \\\"hi\\\"\\n\"}\n"));
-    }
-
     void decodes_data();
 
     void decodes()

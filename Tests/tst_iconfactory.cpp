@@ -101,23 +101,6 @@ private Q_SLOTS:
         const QString shipped = IconFactory::sourceRoot() + u"/Resources/veltrane-logo.png"_qs;
         QVERIFY(!IconFactory::loadLogo({shipped}).isFallbackGlyph());
     }
-
-    // Without artwork: a dark rounded square inset by a point, and a white "V" centred in it.
-    void drawsTheFallbackGlyph()
-    {
-        for (const int side : {18, 36}) {
-            const QImage image = paintLogo(Logo::fallbackGlyph(), side);
-            const int point = side / 18;
-            QCOMPARE(image.pixelColor(0, side / 2).alpha(), 0);
-            QCOMPARE(image.pixelColor(2 * point, side / 2), QColor(30, 41, 59));
-            int left = 0, right = 0;
-            for (int y = 0; y < side; ++y)
-                for (int x = 0; x < side; ++x)
-                    if (image.pixelColor(x, y).lightness() > 200)
-                        (x < side / 2 ? left : right) += 1;
-            QVERIFY(left > 2 * point * point && qAbs(left - right) <= (left + right) / 4);
-        }
-    }
 };
 
 QTEST_MAIN(TestIconFactory)

@@ -38,7 +38,6 @@ private Q_SLOTS:
         QTest::newRow("stopped without membership") << snapshot(false, {}) << TrayState::Stopped;
         QTest::newRow("want running absent") << snapshot(absent, active) << TrayState::Connected;
         QTest::newRow("want running, no membership") << snapshot(true, {}) << TrayState::Connecting;
-        QTest::newRow("empty membership") << snapshot(true, u""_qs) << TrayState::Connecting;
         QTest::newRow("letter case matters") << snapshot(true, u"Membership_Active"_qs) << TrayState::Connecting;
         QTest::newRow("unknown membership") << snapshot(true, u"nodemap_stream_opening"_qs) << TrayState::Connecting;
         QTest::newRow("node map open") << snapshot(true, u"nodemap_stream_open"_qs) << TrayState::Connected;
