@@ -35,7 +35,7 @@ private:
     QMenu m_menu;
     QAction *m_file = m_menu.addAction(u"Save build_box && co"_qs);
     QAction *m_separator = m_menu.addSeparator();
-    QAction *m_status = m_menu.addAction(IconFactory::dotIcon({34, 197, 94}), u"Connected"_qs);
+    QAction *m_status = m_menu.addAction(IconFactory::logoIcon(), u"Connected"_qs);
     QAction *m_hidden = m_menu.addAction(u"Peers\u2026"_qs);
     QAction *m_quit = m_menu.addAction(u"Quit"_qs);
     Exporter m_exporter{&m_menu};
@@ -79,7 +79,7 @@ private Q_SLOTS:
         QSignalSpy updates(&m_exporter, &DBusMenuExporter::ItemsPropertiesUpdated);
         const auto changeToNoNetwork = [&] {
             m_status->setText(u"Connected, no network"_qs);
-            m_status->setIcon(IconFactory::dotIcon({59, 130, 246}));
+            m_status->setIcon(IconFactory::statusIcon(TrayState::NoNetwork));
             m_hidden->setVisible(true);
         };
         changeToNoNetwork();
@@ -89,7 +89,7 @@ private Q_SLOTS:
         const auto updated = updates.takeFirst().at(0).value<DBusMenuItemList>();
         QCOMPARE(updated.size(), 2);
         QCOMPARE(updated[0].id, 3);
-        QCOMPARE(QStringList(updated[0].properties.keys()), (QStringList{u"icon-data"_qs, u"label"_qs}));
+        QCOMPARE(QStringList(updated[0].properties.keys()), (QStringList{u"accessible-desc"_qs, u"icon-data"_qs, u"label"_qs}));
         QCOMPARE(updated[1].id, 4);
         // Qt holds a hidden action disabled, so showing it enables it too.
         QCOMPARE(updated[1].properties, (QVariantMap{{u"enabled"_qs, true}, {u"visible"_qs, true}}));

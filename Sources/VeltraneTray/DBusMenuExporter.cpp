@@ -15,8 +15,10 @@ namespace {
 
 const QString unknownIdError = u"com.canonical.dbusmenu.Error.UnknownId"_qs;
 
-// Menu icons are drawn at 16 pixels by every host we know; a larger image would be shown larger.
+// Menu icons are shown at 16 points by every host we know, and a host scales the image to that:
+// drawn at twice the size, they stay sharp on a 2× screen.
 constexpr int menuIconSide = 16;
+constexpr qreal menuIconScale = 2;
 
 // DBusMenu spells modifiers by name and keys as X key names ("q", "plus").
 DBusMenuShortcut shortcutOf(const QKeySequence &sequence)
@@ -101,7 +103,7 @@ QByteArray DBusMenuExporter::iconPngOf(QAction *action)
         exported.iconPng.clear();
         QBuffer buffer(&exported.iconPng);
         buffer.open(QIODevice::WriteOnly);
-        icon.pixmap(QSize(menuIconSide, menuIconSide), 1.0).save(&buffer, "PNG");
+        icon.pixmap(QSize(menuIconSide, menuIconSide), menuIconScale).save(&buffer, "PNG");
     }
     return exported.iconPng;
 }
@@ -117,6 +119,8 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
         return properties;
     }
     properties.insert(u"label"_qs, dbusMenuLabel(action->text()));
+    // Named for screen readers by the text itself: hosts otherwise keep the first label's name.
+    properties.insert(u"accessible-desc"_qs, QString(action->text()).replace(u"&&"_qs, u"&"_qs));
     properties.insert(u"enabled"_qs, action->isEnabled());
     if (!action->icon().isNull())
         properties.insert(u"icon-data"_qs, iconPngOf(action));

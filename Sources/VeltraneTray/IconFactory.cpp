@@ -130,12 +130,6 @@ const Logo &logo()
     return instance;
 }
 
-QIcon dotIcon(const SrgbColor &color)
-{
-    constexpr qreal side = 16;
-    return QIcon(new DrawnIconEngine(side, [color](QPainter &painter) { drawDot(painter, QRectF(3, 3, 10, 10), color); }));
-}
-
 QIcon logoIcon()
 {
     return QIcon(new DrawnIconEngine(glyphSide, [](QPainter &painter) {

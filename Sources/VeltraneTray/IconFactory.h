@@ -51,9 +51,7 @@ QIcon statusIcon(TrayState state);
 /// The logo, loaded from the first candidate location that decodes, once per process.
 const Logo &logo();
 
-/// A filled circle in `color`, and the logo as an icon: for menu rows that can show only a text
-/// and an icon.
-QIcon dotIcon(const SrgbColor &color);
+/// The logo as an icon, drawn at any size: the menu's title row and the app's windows.
 QIcon logoIcon();
 
 /// Where "veltrane-logo.png" is looked for, in order: the resource directory when the app has

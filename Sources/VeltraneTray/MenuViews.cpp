@@ -82,6 +82,24 @@ QString actionText(const ElidedLabel *label)
     return label->displayedText().replace(u'&', u"&&"_qs);
 }
 
+// A text row's text: whole up to textRowCharacters, else shortened in the middle, keeping its
+// beginning and its end; "&" doubled, as a QAction reads it.
+QString textRowOf(const QString &text)
+{
+    QString row = text;
+    if (text.size() > MenuDeviceView::textRowCharacters) {
+        const qsizetype kept = MenuDeviceView::textRowCharacters - 1;
+        qsizetype head = kept / 2, tail = kept - head;
+        // Never half a surrogate pair on either side of the cut.
+        if (text[head - 1].isHighSurrogate())
+            --head;
+        if (text[text.size() - tail].isLowSurrogate())
+            --tail;
+        row = text.left(head) + u'\u2026' + text.right(tail);
+    }
+    return row.replace(u'&', u"&&"_qs);
+}
+
 QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
 {
     auto *action = new QAction(icon, QString(), owner);
@@ -122,11 +140,12 @@ MenuHeaderView::MenuHeaderView(QWidget *parent)
     m_titleAction->setText(actionText(m_titleLabel));
 }
 
+// The text form shows no dot: a menu draws a disabled row's icon greyed or faded, and grey is the
+// colour of another state. The state text and the status icon say it.
 void MenuHeaderView::setPresentation(const HeaderPresentation &presentation)
 {
     m_dotView->setColor(Appearance::color(presentation.color));
     m_statusLabel->setText(presentation.text);
-    m_statusAction->setIcon(IconFactory::dotIcon(presentation.color));
     m_statusAction->setText(actionText(m_statusLabel));
 }
 
@@ -150,9 +169,10 @@ void MenuDeviceView::setDevice(const QString &fqdn, const QString &ip, const QSt
     m_nameLabel->setToolTip(text.nameToolTip);
     m_detailLabel->setToolTip(text.detailToolTip);
 
-    // Exported menus have no tooltips: the text form carries the two lines only.
-    m_nameAction->setText(actionText(m_nameLabel));
-    m_detailAction->setText(actionText(m_detailLabel));
+    // A menu drawn from the text form sizes itself and has no tooltips: the rows carry the whole
+    // texts, shortened only beyond a sensible menu width.
+    m_nameAction->setText(textRowOf(text.name));
+    m_detailAction->setText(textRowOf(text.detail));
 }
 
 } // namespace Veltrane

@@ -68,6 +68,10 @@ public:
     /// The name line, then the detail line.
     QList<QAction *> textForm() const { return {m_nameAction, m_detailAction}; }
 
+    /// The longest text a text-form row shows whole; a longer one is shortened in the middle.
+    /// DNS names of up to 64 characters are common; a row much wider makes an unwieldy menu.
+    static constexpr qsizetype textRowCharacters = 64;
+
 private:
     ElidedLabel *m_nameLabel;
     ElidedLabel *m_detailLabel;

@@ -3,8 +3,6 @@
 #include "DBusMenuExporter.h"
 
 #include <QDBusMessage>
-#include <QGuiApplication>
-#include <QMenu>
 #include <QtEndian>
 
 namespace Veltrane {
@@ -34,7 +32,6 @@ StatusNotifierItem::~StatusNotifierItem()
 void StatusNotifierItem::setMenu(QMenu *menu)
 {
     m_bus.unregisterObject(menuObjectPath);
-    m_menu = menu;
     m_menuExporter = std::make_unique<DBusMenuExporter>(menu);
     m_bus.registerObject(menuObjectPath, m_menuExporter.get(), exportedContents);
 }
@@ -90,20 +87,19 @@ void StatusNotifierItem::registerWith(const QString &watcher)
     m_bus.send(call);
 }
 
-void StatusNotifierItem::popUpMenu(int x, int y)
+// The item is a menu: hosts that try activation first (Plasma, GNOME's extension) draw the menu
+// themselves when it fails, and the app draws none of its own.
+void StatusNotifierItem::refuseActivation()
 {
-    // A Wayland client cannot place a window at screen coordinates, and a popup without a parent
-    // window is refused there; such a host has to use the exported menu.
-    if (!m_menu || QGuiApplication::platformName().startsWith(u"wayland"_qs))
-        return;
-    m_menu->popup(QPoint(x, y));
+    if (calledFromDBus())
+        sendErrorReply(QDBusError::NotSupported, u"The item is a menu; show the menu instead"_qs);
 }
 
-void StatusNotifierItem::ContextMenu(int x, int y) { popUpMenu(x, y); }
+void StatusNotifierItem::ContextMenu(int, int) { refuseActivation(); }
 
-void StatusNotifierItem::Activate(int x, int y) { popUpMenu(x, y); }
+void StatusNotifierItem::Activate(int, int) { refuseActivation(); }
 
-void StatusNotifierItem::SecondaryActivate(int x, int y) { popUpMenu(x, y); }
+void StatusNotifierItem::SecondaryActivate(int, int) {}
 
 void StatusNotifierItem::Scroll(int, const QString &) {}
 

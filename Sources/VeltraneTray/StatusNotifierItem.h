@@ -5,10 +5,10 @@
 #include "StatusNotifierWatch.h"
 
 #include <QDBusConnection>
+#include <QDBusContext>
 #include <QDBusObjectPath>
 #include <QIcon>
 #include <QObject>
-#include <QPointer>
 
 #include <memory>
 
@@ -22,14 +22,16 @@ class DBusMenuExporter;
 /// over `com.canonical.dbusmenu`, both on the session bus, for the panel's tray host to draw.
 ///
 /// The item says it is a menu (`ItemIsMenu`), so a host opens the menu on any click; a host that
-/// still calls `Activate` or `ContextMenu` gets the menu drawn by Qt at the click, where the
-/// windowing system lets a program place a menu itself (not on Wayland). It registers with every
-/// StatusNotifierWatcher that appears, for as long as it lives.
+/// still calls `Activate` or `ContextMenu` gets a D-Bus error and falls back to drawing the menu
+/// itself. The app never draws a menu of its own. The icon's accessible description is the
+/// tooltip's text; it changes only with the state, and so with the icon, which hosts read again
+/// on `NewIcon`. It registers with every StatusNotifierWatcher that appears, for as long as it
+/// lives.
 ///
 /// Nothing is signalled that did not change: setting the same icon (by `cacheKey()`) or tooltip
 /// again sends no message, and menu changes reach the host through the exporter, which sends only
 /// differences.
-class StatusNotifierItem : public QObject, public StatusItem
+class StatusNotifierItem : public QObject, public StatusItem, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
@@ -49,6 +51,8 @@ class StatusNotifierItem : public QObject, public StatusItem
     Q_PROPERTY(Veltrane::DBusImageList AttentionIconPixmap READ noImages)
     Q_PROPERTY(QString AttentionMovieName READ emptyText)
     Q_PROPERTY(Veltrane::DBusToolTip ToolTip READ toolTip)
+    Q_PROPERTY(QString IconAccessibleDesc READ accessibleDescription)
+    Q_PROPERTY(QString AttentionAccessibleDesc READ accessibleDescription)
 
 public:
     static inline const QString itemPath = u"/StatusNotifierItem"_qs;
@@ -74,6 +78,7 @@ public:
     QDBusObjectPath menuPath() const { return QDBusObjectPath(menuObjectPath); }
     DBusImageList iconPixmap() const;
     DBusToolTip toolTip() const { return {{}, {}, m_toolTip, {}}; }
+    QString accessibleDescription() const { return m_toolTip; }
 
     /// The icon as a host receives it: each of `iconSizes`, drawn at that size.
     static DBusImageList imagesOf(const QIcon &icon);
@@ -97,12 +102,11 @@ private:
     QString emptyText() const { return {}; }
     DBusImageList noImages() const { return {}; }
     void registerWith(const QString &watcher);
-    void popUpMenu(int x, int y);
+    void refuseActivation();
 
     QDBusConnection m_bus;
     QString m_id;
     StatusNotifierWatch m_watch;
-    QPointer<QMenu> m_menu;
     std::unique_ptr<DBusMenuExporter> m_menuExporter;
     QIcon m_icon;
     mutable DBusImageList m_iconImages; // drawn when a host first asks for the current icon

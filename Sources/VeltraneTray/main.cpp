@@ -2,6 +2,7 @@
 // the user opens one, and quitting is the menu's "Quit Veltrane".
 #include "AppDelegate.h"
 #include "ApplicationIdentity.h"
+#include "IconFactory.h"
 #include "NotificationCenter.h"
 #include "Notify.h"
 
@@ -15,6 +16,7 @@ int main(int argc, char *argv[])
     QApplication application(argc, argv);
     QApplication::setApplicationName(u"veltrane-tray"_qs);
     QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit
+    QApplication::setWindowIcon(IconFactory::logoIcon());
     const std::optional<QString> identity = ApplicationIdentity::detect(QApplication::applicationDirPath());
     if (identity)
         QGuiApplication::setDesktopFileName(*identity);
