@@ -46,10 +46,10 @@ def main():
             unreachable(fault, lambda: session.simulator("--fault", fault))
 
         # Daemons that answer well in an odd way: the state they report, which differs from the last.
-        for fault in ["slow-reply", "trailing-bytes"]:
+        for fault, state, dot in [("slow-reply", "--no-network", BLUE), ("trailing-bytes", "--stopped", SLATE)]:
             heard = len(notices)
-            session.replace_daemon(lambda: session.simulator("--no-network", "--fault", fault))
-            check(within(lambda: app.dot() == BLUE, 15) and notices[heard:] == [], f"{fault}: applied, no notice")
+            session.replace_daemon(lambda: session.simulator(state, "--fault", fault))
+            check(within(lambda: app.dot() == dot, 15) and notices[heard:] == [], f"{fault}: applied, no notice")
         unreachable("missing socket", lambda: None)
 
         def forbidden():
