@@ -211,6 +211,22 @@ def main():
         check(errors == [unknown] * 4 + ["org.freedesktop.DBus.Error.InvalidArgs"]
               and list(exported.AboutToShowGroup([1, 98])[1]) == [98], f"unknown rows and properties are errors: {errors}")
 
+        # While a host shows the menu no tick polls, so rows hold still; the missed tick polls once
+        # when it closes. A host that never says "closed" (waybar) holds polls 15 s at most.
+        event = lambda name: exported.Event(0, name, dbus.Int32(0, variant_level=1), dbus.UInt32(0))
+        event("opened")
+        opened = time.monotonic()
+        time.sleep(7)
+        held = session.polls_since(opened + 0.5)  # after a request already under way
+        closed = time.monotonic()
+        event("closed")
+        check(not held and within(lambda: [t for t in session.polls_since(closed) if t - closed < 1], 3),
+              f"no poll while the menu is open, then one at once: {held}")
+        exported.AboutToShowGroup(dbus.Array([0], signature="i"))
+        shown_at = time.monotonic()
+        resumed = until(lambda: session.polls_since(shown_at + 0.5), 25)[0] - shown_at
+        check(14 < resumed < 18, f"without \"closed\", polls resume {resumed:.1f} s after the menu opened")
+
         os.remove(links)
         for row, status, reply, notice in COMMANDS:
             replies.update(get_status={"success": True, "status": status}, **{WIRE[row]: reply})

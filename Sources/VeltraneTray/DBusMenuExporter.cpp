@@ -68,8 +68,12 @@ QString dbusMenuLabel(const QString &actionText)
 
 DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)
     : QObject(parent)
+    , m_menu(menu)
     , m_actions(menu->actions())
 {
+    m_openBound.setSingleShot(true);
+    m_openBound.setInterval(openBoundMilliseconds);
+    connect(&m_openBound, &QTimer::timeout, this, &DBusMenuExporter::hostClosed);
     m_sendTimer.setSingleShot(true);
     m_sendTimer.setInterval(0);
     connect(&m_sendTimer, &QTimer::timeout, this, &DBusMenuExporter::sendChanges);
@@ -213,7 +217,13 @@ QDBusVariant DBusMenuExporter::GetProperty(int id, const QString &name)
 
 void DBusMenuExporter::Event(int id, const QString &eventId, const QDBusVariant &, uint)
 {
-    if (rejectUnknown(id) || eventId != u"clicked"_qs)
+    if (rejectUnknown(id))
+        return;
+    if (id == 0 && eventId == u"opened"_qs)
+        hostOpened();
+    else if (id == 0 && eventId == u"closed"_qs)
+        hostClosed();
+    if (eventId != u"clicked"_qs)
         return;
     // Triggered from the event loop, after the reply is sent: a slot such as "Quit" may end the
     // process, and the host should not wait on a call that will never be answered.
@@ -238,7 +248,8 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList &events)
 // The menu is always current, so a host never needs to fetch it again before showing it.
 bool DBusMenuExporter::AboutToShow(int id)
 {
-    rejectUnknown(id);
+    if (!rejectUnknown(id) && id == 0)
+        hostOpened();
     return false;
 }
 
@@ -247,8 +258,28 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int> &ids, QList<int> 
     for (const int id : ids) {
         if (!isKnown(id))
             idErrors.append(id);
+        else if (id == 0)
+            hostOpened();
     }
     return {};
+}
+
+// The exporter presents the menu as a platform menu does, so the menu tells its owner when a host
+// shows and hides it. Some hosts never say "closed" (waybar asks only AboutToShowGroup); one
+// that crashes or restarts cannot: the menu counts as closed openBoundMilliseconds after it was
+// last seen opening.
+void DBusMenuExporter::hostOpened()
+{
+    m_openBound.start();
+    if (!std::exchange(m_hostShowsMenu, true))
+        Q_EMIT m_menu->aboutToShow();
+}
+
+void DBusMenuExporter::hostClosed()
+{
+    m_openBound.stop();
+    if (std::exchange(m_hostShowsMenu, false))
+        Q_EMIT m_menu->aboutToHide();
 }
 
 } // namespace Veltrane

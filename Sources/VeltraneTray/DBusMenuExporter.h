@@ -22,7 +22,9 @@ QString dbusMenuLabel(const QString &actionText);
 /// The menu is flat and its rows are fixed: the actions it holds when the exporter is made are the
 /// root's children, numbered from 1 in menu order; actions added later are not exported. Every change to the actions within one turn of the event loop reaches the
 /// host as one `ItemsPropertiesUpdated` carrying only what differs from what the host was last
-/// told; a change that restores the old value sends nothing. A "clicked" event triggers its action later, from the event loop, as a click
+/// told; a change that restores the old value sends nothing. A host's "opened" event or
+/// `AboutToShow` of the root makes the menu emit `aboutToShow()`, its "closed" event (or
+/// openBoundMilliseconds without one) `aboutToHide()`. A "clicked" event triggers its action later, from the event loop, as a click
 /// in a Qt menu would; a disabled action ignores it.
 ///
 /// Register it on a bus with `ExportScriptableContents | ExportAllProperties`.
@@ -36,6 +38,9 @@ class DBusMenuExporter : public QObject, protected QDBusContext
     Q_PROPERTY(QStringList IconThemePath READ iconThemePath)
 
 public:
+    /// How long a menu counts as shown after a host last said it opened it, without "closed".
+    static constexpr int openBoundMilliseconds = 15000;
+
     /// Exports `menu`, which must outlive the exporter.
     explicit DBusMenuExporter(QMenu *menu, QObject *parent = nullptr);
 
@@ -77,8 +82,13 @@ private:
     DBusMenuLayoutItem nodeOf(int id, int depth, const QStringList &propertyNames);
     void sendChanges();
     bool rejectUnknown(int id);
+    void hostOpened();
+    void hostClosed();
 
+    QMenu *m_menu;
     QList<QAction *> m_actions; // the exported rows; an action's id is its index + 1
+    bool m_hostShowsMenu = false;
+    QTimer m_openBound;
     QHash<int, Exported> m_exported;
     static constexpr uint layoutRevision = 1; // the rows never change, only their properties
     QTimer m_sendTimer; // gathers one turn's changes into one message

@@ -48,7 +48,20 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
     // all day; a tick a little late does no harm.
     m_pollTimer.setTimerType(Qt::CoarseTimer);
     m_pollTimer.setInterval(pollInterval);
-    connect(&m_pollTimer, &QTimer::timeout, this, &StatusItemController::poll);
+    // No tick polls while the menu is shown, so its rows hold still under the pointer; the tick
+    // missed meanwhile polls once when it closes.
+    connect(&m_pollTimer, &QTimer::timeout, this, [this] {
+        if (m_menuShown)
+            m_tickMissed = true;
+        else
+            poll();
+    });
+    connect(m_menu.get(), &QMenu::aboutToShow, this, [this] { m_menuShown = true; });
+    connect(m_menu.get(), &QMenu::aboutToHide, this, [this] {
+        m_menuShown = false;
+        if (std::exchange(m_tickMissed, false))
+            poll();
+    });
     m_pollTimer.start();
 }
 

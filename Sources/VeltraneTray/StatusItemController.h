@@ -80,6 +80,8 @@ private:
     bool m_pollInFlight = false;
     bool m_commandInFlight = false;
     bool m_loginPending = false;
+    bool m_menuShown = false;  // the status menu is open, so ticks are held
+    bool m_tickMissed = false; // a tick came while it was open
     std::optional<DaemonStatusSnapshot> m_lastSnapshot;
     TrayState m_lastState = TrayState::DaemonUnreachable;
     std::unique_ptr<PeersWindowController> m_peersWindow;
