@@ -5,7 +5,7 @@ host. It prints one JSON line per event: {"notice": [summary, body], "app": …,
 {"capabilities": true} when asked for them, {"registered": service}. A line "panel" on standard
 input starts the panel, or replaces the running one with a new connection (a restarted panel);
 with --no-panel there is none until then; "notifications" likewise starts the notification server
-held back by --no-notifications. The notification server can be another:
+held back by --no-notifications. With --late-host a panel's watcher reports no host until "host". The notification server can be another:
 --capabilities=a,b (default "body"), --refuse=MESSAGE (every notice fails), --stall (it takes the
 capability question and never answers).
 """
@@ -52,6 +52,11 @@ class Notifications(dbus.service.Object):
 class Watcher(dbus.service.Object):
     def __init__(self, bus):
         super().__init__(bus, "/StatusNotifierWatcher")
+        self.host = not options.late_host
+
+    @dbus.service.signal(WATCHER)
+    def StatusNotifierHostRegistered(self):
+        self.host = True
 
     @dbus.service.method(WATCHER, in_signature="s", sender_keyword="sender")
     def RegisterStatusNotifierItem(self, service, sender=None):
@@ -59,12 +64,13 @@ class Watcher(dbus.service.Object):
 
     @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v")
     def Get(self, interface, name):
-        return {"IsStatusNotifierHostRegistered": True, "ProtocolVersion": dbus.Int32(0)}[name]
+        return {"IsStatusNotifierHostRegistered": self.host, "ProtocolVersion": dbus.Int32(0)}[name]
 
 
 arguments = argparse.ArgumentParser()
 arguments.add_argument("--no-panel", action="store_true")
 arguments.add_argument("--no-notifications", action="store_true")
+arguments.add_argument("--late-host", action="store_true")
 arguments.add_argument("--capabilities", default="body")
 arguments.add_argument("--refuse")
 arguments.add_argument("--stall", action="store_true")
@@ -91,8 +97,9 @@ def start_panel():
 
 def command(source, _):
     line = source.readline().strip()
-    if line in ("panel", "notifications"):
-        {"panel": start_panel, "notifications": start_notifications}[line]()
+    if line in ("panel", "notifications", "host"):
+        {"panel": start_panel, "notifications": start_notifications,
+         "host": lambda: panel["watcher"].StatusNotifierHostRegistered()}[line]()
         say({line: True})
     return bool(line)
 

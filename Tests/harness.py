@@ -77,7 +77,7 @@ class Desktop:
             self.questions += "capabilities" in event
 
     def start(self, part):
-        """Starts "notifications", or the "panel" (again: the watcher's name gets a new owner)."""
+        """Starts "notifications", the "panel" (again: the watcher's name gets a new owner) or its "host"."""
         print(part, file=self.process.stdin, flush=True)
 
     def stop(self):

@@ -10,7 +10,14 @@ namespace Veltrane {
 
 StatusNotifierWatch::StatusNotifierWatch(const QDBusConnection &bus, QObject *parent)
     : QObject(parent)
+    , m_bus(bus)
 {
+    m_hostBound.setSingleShot(true);
+    m_hostBound.setInterval(hostBoundMilliseconds);
+    connect(&m_hostBound, &QTimer::timeout, this, &StatusNotifierWatch::tellOnce);
+    m_bus.connect(watcherService, watcherPath, watcherService, u"StatusNotifierHostRegistered"_qs, this,
+                  SLOT(tellOnce()));
+
     auto *owners = new QDBusServiceWatcher(watcherService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(owners, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &, const QString &newOwner) { ownerSeen(newOwner); });
@@ -34,7 +41,26 @@ void StatusNotifierWatch::ownerSeen(const QString &owner)
     if (owner.isEmpty() || owner == m_owner)
         return;
     m_owner = owner;
-    Q_EMIT watcherAppeared(owner);
+    m_told = false;
+    m_hostBound.start();
+    QDBusMessage ask = QDBusMessage::createMethodCall(owner, watcherPath, u"org.freedesktop.DBus.Properties"_qs,
+                                                      u"Get"_qs);
+    ask << watcherService << u"IsStatusNotifierHostRegistered"_qs;
+    auto *call = new QDBusPendingCallWatcher(m_bus.asyncCall(ask), this);
+    connect(call, &QDBusPendingCallWatcher::finished, this, [this, owner](QDBusPendingCallWatcher *finished) {
+        finished->deleteLater();
+        const QDBusPendingReply<QDBusVariant> reply = *finished;
+        if (owner == m_owner && !reply.isError() && reply.value().variant().toBool())
+            tellOnce();
+    });
+}
+
+void StatusNotifierWatch::tellOnce()
+{
+    if (m_owner.isEmpty() || std::exchange(m_told, true))
+        return;
+    m_hostBound.stop();
+    Q_EMIT watcherAppeared(m_owner);
 }
 
 } // namespace Veltrane
