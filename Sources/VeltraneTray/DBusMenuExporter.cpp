@@ -137,8 +137,8 @@ void DBusMenuExporter::sendChanges()
 {
     DBusMenuItemList updated;
     DBusMenuItemKeysList removed;
-    for (QAction *action : std::as_const(m_actions)) {
-        const int id = idOf(action);
+    for (int id = 1; id <= m_actions.size(); ++id) {
+        QAction *action = m_actions[id - 1];
         const QVariantMap now = propertiesOf(action);
         QVariantMap &before = m_exported[id].properties;
         if (now == before)
