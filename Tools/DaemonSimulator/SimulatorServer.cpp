@@ -181,6 +181,19 @@ qint64 SimulatorServer::requestCount(const QByteArray &request) const
     return m_requestCounts.value(request);
 }
 
+void SimulatorServer::waitUntilIdle()
+{
+    for (;;) {
+        reapFinishedWorkers();
+        {
+            std::lock_guard lock(m_mutex);
+            if (m_workers.empty())
+                return;
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+}
+
 void SimulatorServer::reapFinishedWorkers()
 {
     std::lock_guard lock(m_mutex);

@@ -48,6 +48,8 @@ public:
     std::optional<QString> listen(const QString &path);
     /// Stops accepting, ends every open connection and waits for their threads.
     void stop();
+    /// Waits until every connection accepted so far has been served and its thread has ended.
+    void waitUntilIdle();
 
     /// Misbehaves in the given way from now on, for requests of `command` only, or for every
     /// request when `command` is empty. CloseBeforeRead acts before a command is known, so it
