@@ -20,12 +20,13 @@ QString dbusMenuLabel(const QString &actionText);
 /// Publishes a `QMenu` as `com.canonical.dbusmenu`, the menu a StatusNotifierItem host draws.
 ///
 /// The menu is flat and its rows are fixed: the actions it holds when the exporter is made are the
-/// root's children, numbered from 1 in menu order; actions added later are not exported. Every change to the actions within one turn of the event loop reaches the
-/// host as one `ItemsPropertiesUpdated` carrying only what differs from what the host was last
-/// told; a change that restores the old value sends nothing. A host's "opened" event or
-/// `AboutToShow` of the root makes the menu emit `aboutToShow()`, its "closed" event (or
-/// openBoundMilliseconds without one) `aboutToHide()`. A "clicked" event triggers its action later, from the event loop, as a click
-/// in a Qt menu would; a disabled action ignores it.
+/// root's children, numbered from 1 in menu order; actions added later are not exported. Every
+/// change to the actions within one turn of the event loop reaches the host as one
+/// `ItemsPropertiesUpdated` carrying only what differs from what the host was last told; a change
+/// that restores the old value sends nothing. A host's "opened" event or `AboutToShow` of the root
+/// makes the menu emit `aboutToShow()`, its "closed" event (or openBoundMilliseconds without one)
+/// `aboutToHide()`. A "clicked" event triggers its action later, from the event loop, as a click in
+/// a Qt menu would; a disabled action ignores it.
 ///
 /// Register it on a bus with `ExportScriptableContents | ExportAllProperties`.
 class DBusMenuExporter : public QObject, protected QDBusContext
