@@ -213,6 +213,7 @@ class App:
         """Clicks the row once it is shown and enabled (`times` in a row)."""
         row = until(lambda: self.row(label))
         for _ in range(times):
+            self.call("ProvideXdgActivationToken", f"click-{row}")  # as Plasma and GNOME do
             self.menu.Event(row, "clicked", dbus.Int32(0, variant_level=1), dbus.UInt32(0))
 
     def quit(self):

@@ -180,19 +180,30 @@ void PeersWindowController::listStatus(const std::optional<DaemonStatusSnapshot>
     keepingSelection([&] { m_model.applySnapshot(snapshot); });
 }
 
-void PeersWindowController::showWindow()
+void PeersWindowController::showWindow(const QString &activationToken)
 {
     if (m_pendingStatus) {
         listStatus(m_pendingStatus->snapshot, m_pendingStatus->state);
         m_pendingStatus.reset();
     }
-    if (!m_window->isVisible())
+    if (!m_window->isVisible()) {
         m_searchField->setFocus();
+    } else if (activationToken.isEmpty() && !m_window->isActiveWindow()) {
+        // Without a token a compositor may refuse the activation, or only mark the window urgent
+        // on a workspace the user is not looking at; a window mapped anew opens on the current
+        // workspace, in front and focused.
+        m_window->hide();
+    }
     if (m_window->isMinimized())
         m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
     m_window->show();
     m_window->raise();
+    // Qt's Wayland shell hands this variable's token to the compositor when the window asks to be
+    // activated; it must not outlive that request, nor reach a process the app starts.
+    if (!activationToken.isEmpty())
+        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
     m_window->activateWindow();
+    qunsetenv("XDG_ACTIVATION_TOKEN");
 }
 
 // Down in the search field goes on into the table, selecting its current row when none is.

@@ -50,9 +50,10 @@ public:
     /// and sets the footer for `state`.
     void applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state);
 
-    /// Shows the window in front, restored if it was minimised, with the keyboard focus in the
-    /// search field when it was not on screen.
-    void showWindow();
+    /// Shows the window in front with the focus, restored if it was minimised, on the user's
+    /// current workspace, with the keyboard focus in the search field when it was not on screen.
+    /// `activationToken` is the desktop's permission to take the focus, where it gave one.
+    void showWindow(const QString &activationToken = {});
 
 public Q_SLOTS:
     /// Copies the DNS name (or, without one, the address) of the right-clicked or selected device.

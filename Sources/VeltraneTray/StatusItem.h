@@ -1,11 +1,12 @@
 #pragma once
 
+#include <QString>
+
 #include <memory>
 
 class QDBusConnection;
 class QIcon;
 class QMenu;
-class QString;
 
 namespace Veltrane {
 
@@ -21,6 +22,11 @@ public:
     virtual void setMenu(QMenu *menu) = 0;
     virtual void setIcon(const QIcon &icon) = 0;
     virtual void setToolTip(const QString &toolTip) = 0;
+
+    /// The activation token the desktop handed over with the latest click on the item or one of
+    /// its rows, given out once: a window shown for that click brings itself to the front with
+    /// it. Empty where the desktop gives none.
+    virtual QString takeActivationToken() { return {}; }
 };
 
 /// This platform's status item, for the application with identity `id`; `bus` is the session bus

@@ -200,7 +200,7 @@ void StatusItemController::onShowPeers()
     if (!m_peersWindow)
         m_peersWindow = std::make_unique<PeersWindowController>();
     m_peersWindow->applySnapshot(m_lastSnapshot, m_lastState);
-    m_peersWindow->showWindow();
+    m_peersWindow->showWindow(m_statusItem->takeActivationToken());
 }
 
 void StatusItemController::onQuit()

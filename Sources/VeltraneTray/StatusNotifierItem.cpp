@@ -103,4 +103,6 @@ void StatusNotifierItem::SecondaryActivate(int, int) {}
 
 void StatusNotifierItem::Scroll(int, const QString &) {}
 
+void StatusNotifierItem::ProvideXdgActivationToken(const QString &token) { m_activationToken = token; }
+
 } // namespace Veltrane

@@ -11,6 +11,7 @@
 #include <QObject>
 
 #include <memory>
+#include <utility>
 
 class QMenu;
 
@@ -25,8 +26,9 @@ class DBusMenuExporter;
 /// still calls `Activate` or `ContextMenu` gets a D-Bus error and falls back to drawing the menu
 /// itself. The app never draws a menu of its own. The icon's accessible description is the
 /// tooltip's text; it changes only with the state, and so with the icon, which hosts read again
-/// on `NewIcon`. It registers with every StatusNotifierWatcher that appears, for as long as it
-/// lives.
+/// on `NewIcon`. Hosts hand over an activation token before each click
+/// (`ProvideXdgActivationToken`), kept for the window that click shows. It registers with every
+/// StatusNotifierWatcher that appears, for as long as it lives.
 ///
 /// Nothing is signalled that did not change: setting the same icon (by `cacheKey()`) or tooltip
 /// again sends no message, and menu changes reach the host through the exporter, which sends only
@@ -68,6 +70,7 @@ public:
     void setMenu(QMenu *menu) override;
     void setIcon(const QIcon &icon) override;
     void setToolTip(const QString &toolTip) override;
+    QString takeActivationToken() override { return std::exchange(m_activationToken, {}); }
 
     QString category() const { return u"ApplicationStatus"_qs; }
     QString id() const { return m_id; }
@@ -88,6 +91,7 @@ public Q_SLOTS:
     Q_SCRIPTABLE void Activate(int x, int y);
     Q_SCRIPTABLE void SecondaryActivate(int x, int y);
     Q_SCRIPTABLE void Scroll(int delta, const QString &orientation);
+    Q_SCRIPTABLE void ProvideXdgActivationToken(const QString &token);
 
 Q_SIGNALS:
     Q_SCRIPTABLE void NewTitle();
@@ -111,6 +115,7 @@ private:
     QIcon m_icon;
     mutable DBusImageList m_iconImages; // drawn when a host first asks for the current icon
     QString m_toolTip;
+    QString m_activationToken;
 };
 
 } // namespace Veltrane
