@@ -195,9 +195,28 @@ QJsonObject SimulatedDaemon::statusObject()
         return toJson(status);
     status.assignedIp = u"100.64.0.1"_qs;
     status.selfFqdn = u"maria-workstation.acme-engineering.veltrane.net"_qs;
+    if (m_options.driftingRoundTrips)
+        driftRoundTrips();
     QJsonObject object = toJson(status);
     object.insert(u"connectableDevices"_qs, m_peers);
     return object;
+}
+
+// Each time half a millisecond up or down, alternating, so that every reply differs from the one
+// before and the times stay where the generator put them.
+void SimulatedDaemon::driftRoundTrips()
+{
+    const double step = ++m_statusCount % 2 ? 0.5 : -0.5;
+    const QString pathKey = u"connectionStatus"_qs, timeKey = u"roundTripTimeMilliseconds"_qs;
+    for (qsizetype index = 0; index < m_peers.size(); ++index) {
+        QJsonObject peer = m_peers[index].toObject();
+        QJsonObject path = peer[pathKey].toObject();
+        if (!path[timeKey].isDouble())
+            continue;
+        path.insert(timeKey, path[timeKey].toDouble() + step);
+        peer.insert(pathKey, path);
+        m_peers.replace(index, peer);
+    }
 }
 
 } // namespace Veltrane::Simulator

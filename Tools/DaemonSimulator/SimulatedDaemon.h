@@ -39,6 +39,8 @@ public:
         double connectDelaySeconds = 1.5;
         bool noNetwork = false;
         bool isTagged = false;
+        /// Each status reply moves every round-trip time, as a live network's do.
+        bool driftingRoundTrips = false;
     };
 
     explicit SimulatedDaemon(const Options &options);
@@ -54,6 +56,7 @@ private:
     QJsonObject statusObject();
     QString membershipState();
     void advanceClock();
+    void driftRoundTrips();
 
     mutable std::mutex m_mutex;
     Options m_options;
@@ -62,6 +65,7 @@ private:
     Clock::time_point m_loginCompletesAt;
     Clock::time_point m_connectedAt;
     int m_loginCount = 0;
+    int m_statusCount = 0;
     QJsonArray m_peers; // encoded once: the status of a large network is mostly its peers
 };
 

@@ -36,9 +36,11 @@ int main(int argc, char *argv[])
     const QCommandLineOption faultOption(
         u"fault"_qs, u"Misbehave: one of %1, optionally for one command (e.g. refuse:start)."_qs.arg(faultNames().join(u", ")),
         u"mode[:command]"_qs);
+    const QCommandLineOption driftOption(u"drifting-round-trips"_qs,
+                                         u"Every status reply gives new round-trip times."_qs);
     const QCommandLineOption logOption(u"log-requests"_qs, u"Print every request line on standard error."_qs);
     parser.addOptions({socketOption, peersOption, seedOption, stoppedOption, signedOutOption, noNetworkOption,
-                       taggedOption, loginDelayOption, connectDelayOption, faultOption, logOption});
+                       taggedOption, loginDelayOption, connectDelayOption, faultOption, driftOption, logOption});
     parser.process(app);
 
     SimulatedDaemon::Options options;
@@ -49,6 +51,7 @@ int main(int argc, char *argv[])
                                                     : SimulatedDaemon::Session::Active;
     options.noNetwork = parser.isSet(noNetworkOption);
     options.isTagged = parser.isSet(taggedOption);
+    options.driftingRoundTrips = parser.isSet(driftOption);
     options.loginDelaySeconds = parser.value(loginDelayOption).toDouble();
     options.connectDelaySeconds = parser.value(connectDelayOption).toDouble();
 
