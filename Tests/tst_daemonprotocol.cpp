@@ -59,6 +59,24 @@ private Q_SLOTS:
             QCOMPARE(std::get<DaemonControlResponse>(DaemonProtocol::decodeResponse(line)), response);
     }
 
+    // The strings of a reply share their storage; each one outlives the reply, ends in a NUL, and
+    // changes without touching another, also when it is the last one left.
+    void stringsOutliveTheirReply()
+    {
+        QString code, error;
+        {
+            auto response = std::get<DaemonControlResponse>(
+                DaemonProtocol::decodeResponse(R"({"code":"ok","error":"Caf\u00e9","message":"m"})"));
+            code = *response.code;
+            error = *response.error;
+        }
+        error += u" ouverte et encore ouverte"_qs;
+        code.append(u'!');
+        QCOMPARE(code, u"ok!"_qs);
+        QCOMPARE(error, u"Caf\u00e9 ouverte et encore ouverte"_qs);
+        QCOMPARE(code.utf16()[code.size()], u'\0');
+    }
+
     void displayNameFallsBackInOrder_data()
     {
         QTest::addColumn<QByteArray>("device");
@@ -118,8 +136,8 @@ void TestDaemonProtocol::decodes_data()
         "{\"code\":\"\\\"123456789012345678901\","
         R"("status":{"connectableDevices":[{"connectionStatus":{"roundTripTimeMilliseconds":1.2345678901234568e+20}}]}})");
     row("strings keep every character",
-        R"({"error":"caf\u00e9 \u201cquoted\u201d \ud83d\ude00 <b>&amp;","login":{"loginUrl":"https:\/\/x.example\/a"}})",
-        "{\"error\":\"caf\xc3\xa9 \xe2\x80\x9cquoted\xe2\x80\x9d \xf0\x9f\x98\x80 <b>&amp;\","
+        R"({"error":"caf\u00e9 \u201cquoted\u201d \ud83d\ude00 <b>&amp;","code":"\ufeffok","login":{"loginUrl":"https:\/\/x.example\/a"}})",
+        "{\"error\":\"caf\xc3\xa9 \xe2\x80\x9cquoted\xe2\x80\x9d \xf0\x9f\x98\x80 <b>&amp;\",\"code\":\"\xef\xbb\xbfok\","
         R"("login":{"loginUrl":"https://x.example/a"}})");
     row("trailing carriage return is white space", "{\"code\":\"ok\"}\r", R"({"code":"ok"})");
 

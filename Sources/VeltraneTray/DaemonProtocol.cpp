@@ -2,14 +2,15 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStringDecoder>
 
 #include <simdjson.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <string_view>
-
-#include <string_view>
+#include <vector>
 
 namespace Veltrane {
 
@@ -60,6 +61,81 @@ QString jsonTypeName(element_type type)
     return u"an unknown value"_qs;
 }
 
+// The strings of one reply, written one after another into blocks that they share: one allocation
+// per block rather than one per string, and nothing freed until the last string of a block goes.
+// Each string is followed by a NUL, as every QString's data is. A string changed later detaches
+// as any shared QString does; while it is the last user of its block it may grow in place, over
+// text that no string refers to any more.
+class SharedTextBlocks
+{
+public:
+    SharedTextBlocks() = default;
+    SharedTextBlocks(const SharedTextBlocks &) = delete;
+    SharedTextBlocks &operator=(const SharedTextBlocks &) = delete;
+    ~SharedTextBlocks() { release(); }
+
+    QString text(std::string_view utf8)
+    {
+        // UTF-8 never takes fewer bytes than UTF-16 takes units; one more unit for the NUL.
+        const qsizetype room = qsizetype(utf8.size()) + 1;
+        if (!m_block || m_block->allocatedCapacity() - m_used < room)
+            startBlock(room);
+        char16_t *const begin = m_start + m_used;
+        qsizetype length = qsizetype(utf8.size());
+        // Nearly all of the daemon's text is ASCII, widened here without a call into the decoder.
+        if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+            std::copy(utf8.begin(), utf8.end(), begin);
+        } else {
+            const QChar *end = m_decoder.appendToBuffer(reinterpret_cast<QChar *>(begin),
+                                                        QByteArrayView(utf8.data(), qsizetype(utf8.size())));
+            length = reinterpret_cast<const char16_t *>(end) - begin;
+        }
+        begin[length] = u'\0';
+        m_used += length + 1;
+        m_block->ref();
+        return QString(QStringPrivate(m_block, begin, length));
+    }
+
+private:
+    static constexpr qsizetype blockUnits = 64 * 1024;
+
+    void startBlock(qsizetype room)
+    {
+        release();
+        auto [block, start] = QTypedArrayData<char16_t>::allocate(std::max(room, blockUnits));
+        Q_CHECK_PTR(block);
+        m_block = block;
+        m_start = start;
+        m_used = 0;
+    }
+
+    void release()
+    {
+        if (m_block && !m_block->deref())
+            QTypedArrayData<char16_t>::deallocate(m_block);
+        m_block = nullptr;
+    }
+
+    QTypedArrayData<char16_t> *m_block = nullptr;
+    char16_t *m_start = nullptr;
+    qsizetype m_used = 0;
+    // Each string on its own, a leading U+FEFF kept as QString::fromUtf8() keeps it.
+    QStringDecoder m_decoder{QStringDecoder::Utf8, QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom};
+};
+
+// The keys of a record, in the order the record lists its fields.
+template <class Record>
+const std::vector<std::string_view> &keysOf()
+{
+    static const std::vector<std::string_view> keys = [] {
+        std::vector<std::string_view> names;
+        const Record record;
+        forEachField(record, [&](std::string_view name, const auto &) { names.push_back(name); });
+        return names;
+    }();
+    return keys;
+}
+
 // Walks a parsed document into the records. Each read returns false on a type mismatch; the
 // callers on the way back up add their key or index, so the path of the offending value costs
 // nothing unless a reply is rejected.
@@ -73,7 +149,7 @@ public:
         std::string_view text;
         if (value.get(text) != simdjson::SUCCESS)
             return mismatch("a string", value);
-        out = QString::fromUtf8(text.data(), qsizetype(text.size()));
+        out = m_texts.text(text);
         return true;
     }
 
@@ -139,26 +215,32 @@ public:
         simdjson::dom::object object;
         if (value.get(object) != simdjson::SUCCESS)
             return mismatch("an object", value);
+        const std::vector<std::string_view> &keys = keysOf<Record>();
         // A key the records read may stand once per object: with two values the reply does not
         // say which one the daemon meant, and JSON parsers disagree on which to keep.
         std::uint32_t seen = 0;
+        std::size_t next = 0;
         for (const simdjson::dom::key_value_pair entry : object) {
+            // The daemon writes the keys of every record in one order: the key after the last one
+            // found is tried first.
+            const std::size_t wanted = next < keys.size() && keys[next] == entry.key
+                ? next
+                : std::size_t(std::find(keys.begin(), keys.end(), entry.key) - keys.begin());
+            if (wanted == keys.size())
+                continue;
+            next = wanted + 1;
+            const std::uint32_t bit = 1u << wanted;
+            if (seen & bit)
+                return duplicated(keys[wanted]);
+            seen |= bit;
             bool ok = true;
-            int index = 0;
-            forEachField(record, [&](std::string_view name, auto &field) {
-                const std::uint32_t bit = 1u << index++;
-                if (!ok || name != entry.key)
-                    return;
-                if (seen & bit) {
-                    ok = duplicated(name);
-                    return;
-                }
-                seen |= bit;
-                if (!read(entry.value, field))
-                    ok = failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
+            std::size_t index = 0;
+            forEachField(record, [&](std::string_view, auto &field) {
+                if (index++ == wanted)
+                    ok = read(entry.value, field);
             });
             if (!ok)
-                return false;
+                return failedAt(u'.' + QString::fromUtf8(entry.key.data(), qsizetype(entry.key.size())));
         }
         return true;
     }
@@ -194,6 +276,7 @@ private:
         return false;
     }
 
+    SharedTextBlocks m_texts;
     QString m_expected;
     QString m_found;
     QStringList m_pathReversed;
