@@ -41,7 +41,7 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
         return *error;
     if (auto error = socket.writeAll(DaemonProtocol::encodeRequest(request)))
         return *error;
-    auto read = socket.readLine();
+    auto read = socket.readLine(DaemonProtocol::paddingBytes);
     socket.close();
     if (auto *error = std::get_if<ClientError>(&read))
         return *error;
@@ -49,7 +49,6 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
     auto &line = std::get<QByteArray>(read);
     if (line.isEmpty())
         return ClientError::emptyResponse();
-    line.reserve(line.size() + DaemonProtocol::paddingBytes);
     auto decoded = DaemonProtocol::decodeResponse(line);
     if (auto *failure = std::get_if<DecodeFailure>(&decoded))
         return ClientError::ioFailed(u"invalid response: "_qs + failure->description);

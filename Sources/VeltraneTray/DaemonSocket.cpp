@@ -1,5 +1,6 @@
 #include "DaemonSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -113,22 +114,27 @@ std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
     return std::nullopt;
 }
 
-std::variant<QByteArray, ClientError> DaemonSocket::readLine()
+std::variant<QByteArray, ClientError> DaemonSocket::readLine(qsizetype spareCapacity)
 {
+    // Read straight into the array: its capacity grows with the reply, so a reply of megabytes
+    // is neither copied piece by piece nor copied again to make room for the spare bytes.
     QByteArray gathered;
-    char buffer[readChunkBytes];
     qsizetype lineEnd = -1;
     while (lineEnd < 0 && gathered.size() < replyCapBytes) {
-        const ssize_t count = ::read(m_descriptor, buffer, sizeof buffer);
+        const qsizetype start = gathered.size();
+        const qsizetype wanted =
+            std::min(std::max(start, readChunkBytes), replyCapBytes + readChunkBytes - 1 - start);
+        gathered.resize(start + wanted + spareCapacity);
+        const ssize_t count = ::read(m_descriptor, gathered.data() + start, size_t(wanted));
+        gathered.resize(start + std::max<ssize_t>(count, 0));
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
             return ClientError::ioFailed(u"read: "_qs + lastReason());
         if (count == 0)
             break;
-        if (const void *feed = std::memchr(buffer, '\n', size_t(count)))
-            lineEnd = gathered.size() + (static_cast<const char *>(feed) - buffer);
-        gathered.append(buffer, count);
+        if (const void *feed = std::memchr(gathered.constData() + start, '\n', size_t(count)))
+            lineEnd = static_cast<const char *>(feed) - gathered.constData();
     }
     if (lineEnd >= 0)
         gathered.truncate(lineEnd);

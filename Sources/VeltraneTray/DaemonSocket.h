@@ -20,6 +20,8 @@ public:
     static constexpr qsizetype maximumPathBytes = 104;
     /// A reply is read until its first line feed, the daemon's close, or this many bytes.
     static constexpr qsizetype replyCapBytes = 4 * 1024 * 1024;
+    /// The first read's size. Later reads take as much as has come so far, so a large reply
+    /// comes in a few reads; the cap is never passed by readChunkBytes or more.
     static constexpr qsizetype readChunkBytes = 8192;
 
     static std::variant<DaemonSocket, ClientError> connect(const QByteArray &path);
@@ -36,8 +38,9 @@ public:
     /// Writes every byte, continuing short writes. A closed peer is an error, never a signal.
     std::optional<ClientError> writeAll(const QByteArray &bytes);
     /// The bytes before the first line feed; everything received if the daemon closes first
-    /// (possibly nothing). Stops reading once replyCapBytes have been gathered.
-    std::variant<QByteArray, ClientError> readLine();
+    /// (possibly nothing). Stops reading once replyCapBytes have been gathered. The array keeps
+    /// `spareCapacity` bytes of capacity behind the line, for a reader that looks past its end.
+    std::variant<QByteArray, ClientError> readLine(qsizetype spareCapacity = 0);
     void close();
 
     int descriptor() const { return m_descriptor; }
