@@ -37,7 +37,7 @@ void sortPrecomputedKeys(benchmark::State &state)
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     std::vector<QCollatorSortKey> keys;
-    for (const ConnectableDeviceSnapshot &device : *network(int(state.range(0))).connectableDevices)
+    for (const ConnectableDeviceSnapshot &device : network(int(state.range(0))).connectableDevices->devices())
         keys.push_back(collator.sortKey(device.displayName()));
     std::vector<int> order(keys.size());
     for (auto _ : state) {

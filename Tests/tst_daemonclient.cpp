@@ -71,7 +71,7 @@ private Q_SLOTS:
         });
         QVERIFY(!calledOn);
         QTRY_COMPARE(calledOn, thread());
-        QCOMPARE(status->connectableDevices->size(), 20);
+        QCOMPARE(status->connectableDevices->devices().size(), 20);
         QCOMPARE(m_server->requestsReceived(), QList<QByteArray>{"{\"command\":\"get_status\"}"});
 
         // Even a failure that is known at once waits for the event loop.

@@ -17,12 +17,20 @@ class TestDaemonProtocol : public QObject
     Q_OBJECT
 
 private:
-    static QByteArray decoded(const QByteArray &line)
+    static QByteArray decoded(const QByteArray &line, DaemonProtocol::DeviceRecords devices)
     {
-        const auto result = DaemonProtocol::decodeResponse(line);
+        const auto result = DaemonProtocol::decodeResponse(line, devices);
         if (const auto *failure = std::get_if<DecodeFailure>(&result))
             return "!" + failure->description.toUtf8();
         return QJsonDocument(Simulator::toJson(std::get<DaemonControlResponse>(result))).toJson(QJsonDocument::Compact);
+    }
+
+    // Devices made at once or when asked: the same records, the same failures.
+    static QByteArray decoded(const QByteArray &line)
+    {
+        const QByteArray now = decoded(line, DaemonProtocol::DeviceRecords::Now);
+        const QByteArray whenAsked = decoded(line, DaemonProtocol::DeviceRecords::WhenAsked);
+        return now == whenAsked ? now : "!differs when asked later: " + whenAsked;
     }
 
 private Q_SLOTS:
@@ -57,6 +65,10 @@ private Q_SLOTS:
         padded.reserve(padded.size() + DaemonProtocol::paddingBytes);
         for (const QByteArray &line : {exact, padded})
             QCOMPARE(std::get<DaemonControlResponse>(DaemonProtocol::decodeResponse(line)), response);
+        const auto kept = std::get<DaemonControlResponse>(
+            DaemonProtocol::decodeResponse(padded, DaemonProtocol::DeviceRecords::WhenAsked));
+        QVERIFY(kept.status->connectableDevices->keepsReply());
+        QCOMPARE(kept, response);
     }
 
     // The strings of a reply share their storage; each one outlives the reply, ends in a NUL, and
@@ -95,7 +107,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, device);
         QFETCH(QString, expected);
         const auto result = DaemonProtocol::decodeResponse("{\"status\":{\"connectableDevices\":[" + device + "]}}");
-        QCOMPARE(std::get<DaemonControlResponse>(result).status->connectableDevices->first().displayName(), expected);
+        QCOMPARE(std::get<DaemonControlResponse>(result).status->connectableDevices->devices().first().displayName(), expected);
     }
 };
 

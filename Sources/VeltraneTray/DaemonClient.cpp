@@ -30,7 +30,7 @@ QThreadPool &workQueue()
 } // namespace
 
 DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
-                                       double timeoutSeconds)
+                                       double timeoutSeconds, DaemonProtocol::DeviceRecords devices)
 {
     auto connected = DaemonSocket::connect(socketPath);
     if (auto *error = std::get_if<ClientError>(&connected))
@@ -49,7 +49,7 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
     auto &line = std::get<QByteArray>(read);
     if (line.isEmpty())
         return ClientError::emptyResponse();
-    auto decoded = DaemonProtocol::decodeResponse(line);
+    auto decoded = DaemonProtocol::decodeResponse(line, devices);
     if (auto *failure = std::get_if<DecodeFailure>(&decoded))
         return ClientError::ioFailed(u"invalid response: "_qs + failure->description);
     return std::get<DaemonControlResponse>(std::move(decoded));
@@ -57,14 +57,14 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
 
 DaemonClient::DaemonClient(const QString &socketPath) : m_socketPath(socketPath.toUtf8()) {}
 
-void DaemonClient::send(const DaemonControlRequest &request, double timeoutSeconds,
-                        const QObject *context, Completion completion) const
+void DaemonClient::send(const DaemonControlRequest &request, double timeoutSeconds, const QObject *context,
+                        Completion completion, DaemonProtocol::DeviceRecords devices) const
 {
     Q_ASSERT(QCoreApplication::instance());
-    workQueue().start([socketPath = m_socketPath, request, timeoutSeconds,
+    workQueue().start([socketPath = m_socketPath, request, timeoutSeconds, devices,
                        context = QPointer<const QObject>(context),
                        completion = std::move(completion)]() mutable {
-        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds);
+        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
         // Posted even for a result computed at once, so the completion never runs on the stack
         // of send(). The context is checked on the main thread, where it lives.
         QMetaObject::invokeMethod(
@@ -77,13 +77,15 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
     });
 }
 
-void DaemonClient::tryGetStatus(const QObject *context, StatusCompletion completion) const
+void DaemonClient::tryGetStatus(const QObject *context, StatusCompletion completion,
+                                DaemonProtocol::DeviceRecords devices) const
 {
     send({u"get_status"_qs}, statusTimeoutSeconds, context,
          [completion = std::move(completion)](const DaemonResult &result) {
              const auto *response = std::get_if<DaemonControlResponse>(&result);
              completion(response && response->succeeded() ? response->status : std::nullopt);
-         });
+         },
+         devices);
 }
 
 } // namespace Veltrane

@@ -38,17 +38,20 @@ public:
     /// minimumTimeoutSeconds). Returns at once. `completion` then runs exactly once, later, on the
     /// application's main thread, unless `context` has been destroyed by then: the context is
     /// held weakly, as the owner of the completion.
+    /// `devices`: when the records of a status's peer devices are made (see DeviceRecords).
     void send(const DaemonControlRequest &request, double timeoutSeconds, const QObject *context,
-              Completion completion) const;
+              Completion completion, DaemonProtocol::DeviceRecords devices = DaemonProtocol::DeviceRecords::Now) const;
 
     /// Sends "get_status" with the status time limit. The completion receives the reply's status
     /// when the daemon answered with success, and nothing on any failure or refusal.
-    void tryGetStatus(const QObject *context, StatusCompletion completion) const;
+    void tryGetStatus(const QObject *context, StatusCompletion completion,
+                      DaemonProtocol::DeviceRecords devices = DaemonProtocol::DeviceRecords::Now) const;
 
     /// The whole exchange, blocking, on the calling thread: what the worker runs for each request,
     /// from connecting to the decoded reply. Only the worker and the exchange fuzzer call it.
     static DaemonResult exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
-                                    double timeoutSeconds);
+                                    double timeoutSeconds,
+                                    DaemonProtocol::DeviceRecords devices = DaemonProtocol::DeviceRecords::Now);
 
 private:
     QByteArray m_socketPath;

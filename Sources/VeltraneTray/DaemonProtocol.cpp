@@ -142,6 +142,10 @@ const std::vector<std::string_view> &keysOf()
 class RecordReader
 {
 public:
+    /// `deviceReply` set: the devices are checked as strictly, but their records are left to
+    /// the list, which keeps this reply.
+    explicit RecordReader(const QByteArray *deviceReply = nullptr) : m_deviceReply(deviceReply) {}
+
     bool read(element value, std::optional<QString> &out)
     {
         if (value.is_null())
@@ -149,7 +153,8 @@ public:
         std::string_view text;
         if (value.get(text) != simdjson::SUCCESS)
             return mismatch("a string", value);
-        out = m_texts.text(text);
+        if (m_keepTexts)
+            out = m_texts.text(text);
         return true;
     }
 
@@ -188,24 +193,41 @@ public:
         return true;
     }
 
-    template <class Record>
-    bool read(element value, std::optional<QList<Record>> &out)
+    bool read(element value, std::optional<ConnectableDeviceList> &out)
     {
         if (value.is_null())
             return true;
         simdjson::dom::array array;
         if (value.get(array) != simdjson::SUCCESS)
             return mismatch("an array", value);
-        QList<Record> records;
+        if (m_deviceReply) {
+            ConnectableDeviceSnapshot scratch;
+            m_keepTexts = false;
+            const bool checked = readDevices(array, [&]() -> ConnectableDeviceSnapshot & { return scratch; });
+            m_keepTexts = true;
+            if (checked)
+                out = ConnectableDeviceList::ofCheckedReply(*m_deviceReply);
+            return checked;
+        }
+        QList<ConnectableDeviceSnapshot> records;
         records.reserve(qsizetype(array.size()));
+        if (!readDevices(array, [&]() -> ConnectableDeviceSnapshot & { return records.emplace_back(); }))
+            return false;
+        out = ConnectableDeviceList(std::move(records));
+        return true;
+    }
+
+    // Reads each element into the record `next()` gives.
+    template <class Next>
+    bool readDevices(simdjson::dom::array array, Next next)
+    {
         qsizetype index = 0;
         for (element item : array) {
             // Only the array itself may be null; a null element is a malformed record.
-            if (!readRecord(item, records.emplace_back()))
+            if (!readRecord(item, next()))
                 return failedAt(u'[' + QString::number(index) + u']');
             ++index;
         }
-        out = std::move(records);
         return true;
     }
 
@@ -276,6 +298,8 @@ private:
         return false;
     }
 
+    const QByteArray *m_deviceReply;
+    bool m_keepTexts = true;
     SharedTextBlocks m_texts;
     QString m_expected;
     QString m_found;
@@ -342,17 +366,16 @@ simdjson::dom::parser &threadParser()
     return parser;
 }
 
-} // namespace
-
-std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArray &line)
+std::variant<DaemonControlResponse, DecodeFailure> decode(simdjson::dom::parser &parser, const QByteArray &line,
+                                                          DeviceRecords devices)
 {
     // With enough spare capacity behind the bytes the parser reads in place; otherwise it copies.
     const bool padded = line.capacity() - line.size() >= paddingBytes;
     element root;
-    auto error = threadParser().parse(line.constData(), size_t(line.size()), !padded).get(root);
+    auto error = parser.parse(line.constData(), size_t(line.size()), !padded).get(root);
     if (error == simdjson::NUMBER_ERROR) {
         if (const std::optional<QByteArray> widened = widenedIntegers(line))
-            error = threadParser().parse(widened->constData(), size_t(widened->size()), true).get(root);
+            error = parser.parse(widened->constData(), size_t(widened->size()), true).get(root);
     }
     if (error != simdjson::SUCCESS)
         return DecodeFailure{QString::fromUtf8(simdjson::error_message(error))};
@@ -360,12 +383,41 @@ std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArr
         return DecodeFailure{
             u"expected an object at the top level, found %1"_qs.arg(jsonTypeName(root.type()))};
 
-    RecordReader reader;
+    RecordReader reader(devices == DeviceRecords::WhenAsked ? &line : nullptr);
     DaemonControlResponse response;
     if (!reader.readRecord(root, response))
         return DecodeFailure{reader.failureDescription()};
     return response;
 }
 
+} // namespace
+
+std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArray &line, DeviceRecords devices)
+{
+    return decode(threadParser(), line, devices);
+}
+
 } // namespace DaemonProtocol
+
+ConnectableDeviceList ConnectableDeviceList::ofCheckedReply(const QByteArray &reply)
+{
+    ConnectableDeviceList list;
+    list.m_reply = reply;
+    return list;
+}
+
+QList<ConnectableDeviceSnapshot> ConnectableDeviceList::devices() const
+{
+    if (!keepsReply())
+        return m_devices;
+    // Checked when it came, the reply decodes again. With a parser of its own, freed at once: the
+    // caller is the UI thread, which should not keep a parser sized to a large reply.
+    simdjson::dom::parser parser;
+    const auto decoded = DaemonProtocol::decode(parser, m_reply, DaemonProtocol::DeviceRecords::Now);
+    const auto *response = std::get_if<DaemonControlResponse>(&decoded);
+    return response && response->status && response->status->connectableDevices
+        ? response->status->connectableDevices->devices()
+        : QList<ConnectableDeviceSnapshot>();
+}
+
 } // namespace Veltrane

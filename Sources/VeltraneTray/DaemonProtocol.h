@@ -7,6 +7,7 @@
 #include <concepts>
 #include <optional>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 namespace Veltrane {
@@ -47,6 +48,31 @@ struct ConnectableDeviceSnapshot {
     bool operator==(const ConnectableDeviceSnapshot &) const = default;
 };
 
+/// The peer devices of one status, in the daemon's order.
+///
+/// Making ten thousand records is most of the work of a large reply, and nothing shows them while
+/// the peers window is hidden. So a list may instead keep the reply it came in, checked in full
+/// when it arrived, and make the records only when they are asked for.
+class ConnectableDeviceList
+{
+public:
+    ConnectableDeviceList() = default;
+    ConnectableDeviceList(QList<ConnectableDeviceSnapshot> devices) : m_devices(std::move(devices)) {}
+
+    /// The devices of `reply`, a reply line that DaemonProtocol::decodeResponse() accepted.
+    static ConnectableDeviceList ofCheckedReply(const QByteArray &reply);
+
+    /// The records, made from the reply on every call when the list keeps a reply.
+    QList<ConnectableDeviceSnapshot> devices() const;
+    bool keepsReply() const { return !m_reply.isNull(); }
+
+    bool operator==(const ConnectableDeviceList &other) const { return devices() == other.devices(); }
+
+private:
+    QList<ConnectableDeviceSnapshot> m_devices;
+    QByteArray m_reply;
+};
+
 /// The daemon's state at the time of a reply.
 struct DaemonStatusSnapshot {
     std::optional<QString> clientId;
@@ -54,7 +80,7 @@ struct DaemonStatusSnapshot {
     std::optional<QString> membershipState;
     std::optional<QString> assignedIp;
     std::optional<bool> isDataPlaneActive;
-    std::optional<QList<ConnectableDeviceSnapshot>> connectableDevices;
+    std::optional<ConnectableDeviceList> connectableDevices;
     std::optional<bool> wantRunning;
     std::optional<QString> userEmail;
     std::optional<QString> selfFqdn;
@@ -161,13 +187,18 @@ namespace DaemonProtocol {
 /// The bytes of a request on the wire: the compact JSON object {"command":…} and one line feed.
 QByteArray encodeRequest(const DaemonControlRequest &request);
 
+/// When the records of the peer devices are made: at once, or when the list is asked for them
+/// (the list then keeps `line`). Either way the reply is checked in full, and decodes alike.
+enum class DeviceRecords { Now, WhenAsked };
+
 /// Decodes one reply line strictly: it must be a JSON object; a value of the wrong JSON type under
 /// any known key, at any depth, rejects the whole reply, and so does a known key that stands twice
 /// in one object; unknown keys are ignored. Never returns a partly filled record.
 ///
 /// The decoder reads `line.size()` bytes but may look at up to `paddingBytes` beyond them when the
 /// array's capacity allows, which saves a copy of large replies.
-std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArray &line);
+std::variant<DaemonControlResponse, DecodeFailure> decodeResponse(const QByteArray &line,
+                                                                  DeviceRecords devices = DeviceRecords::Now);
 
 /// Spare capacity a caller may reserve behind a reply so that decodeResponse() needs no copy.
 extern const qsizetype paddingBytes;

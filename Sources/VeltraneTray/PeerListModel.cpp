@@ -99,7 +99,7 @@ PeerListModel::PeerListModel(QObject *parent)
 
 void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot)
 {
-    m_devices = snapshot && snapshot->connectableDevices ? *snapshot->connectableDevices
+    m_devices = snapshot && snapshot->connectableDevices ? snapshot->connectableDevices->devices()
                                                          : QList<ConnectableDeviceSnapshot>();
     m_searchKeys.clear();
     sortByDisplayName();

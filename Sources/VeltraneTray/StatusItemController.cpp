@@ -92,10 +92,16 @@ void StatusItemController::poll()
     if (m_pollInFlight)
         return;
     m_pollInFlight = true;
-    m_client.tryGetStatus(this, [this](const std::optional<DaemonStatusSnapshot> &snapshot) {
-        m_pollInFlight = false;
-        applyState(snapshot, trayStateFrom(snapshot));
-    });
+    // Only the peers window shows the devices; while it is hidden the worker checks them and
+    // leaves their records to be made if the window opens.
+    const bool devicesShown = m_peersWindow && m_peersWindow->window()->isVisible();
+    m_client.tryGetStatus(
+        this,
+        [this](const std::optional<DaemonStatusSnapshot> &snapshot) {
+            m_pollInFlight = false;
+            applyState(snapshot, trayStateFrom(snapshot));
+        },
+        devicesShown ? DaemonProtocol::DeviceRecords::Now : DaemonProtocol::DeviceRecords::WhenAsked);
 }
 
 void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state)

@@ -27,6 +27,8 @@ QJsonValue toJsonValue(const QList<Record> &records)
     return array;
 }
 
+QJsonValue toJsonValue(const ConnectableDeviceList &devices) { return toJsonValue(devices.devices()); }
+
 template <class Record>
 QJsonValue toJsonValue(const Record &record)
 {
