@@ -4,7 +4,7 @@
 
 #include <QCoreApplication>
 #include <QPointer>
-#include <QThreadPool>
+#include <QThread>
 
 #include <algorithm>
 
@@ -12,17 +12,20 @@ namespace Veltrane {
 
 namespace {
 
-QThreadPool &workQueue()
+// The worker: one thread with an event loop, so exchanges run one after another in submission
+// order. Work reaches it as posted events, and posting wakes the thread after letting go of the
+// queue's lock; a thread pool wakes its thread while still holding its lock, and the woken thread
+// then sleeps once more, on that lock. Never stopped nor destroyed: quitting must neither wait for
+// nor cancel outstanding requests, and an exchange may block for over a minute.
+QObject &workQueue()
 {
-    // One thread, so exchanges run one after another in submission order. The pool is never
-    // destroyed: destroying it would wait for an exchange that may block for over a minute, and
-    // quitting must neither wait for nor cancel outstanding requests.
-    static QThreadPool *const queue = [] {
-        auto *pool = new QThreadPool;
-        pool->setObjectName(u"net.veltrane.tray.daemon-client"_qs);
-        pool->setMaxThreadCount(1);
-        pool->setExpiryTimeout(-1);
-        return pool;
+    static QObject *const queue = [] {
+        auto *thread = new QThread;
+        thread->setObjectName(u"net.veltrane.tray.daemon-client"_qs);
+        auto *receiver = new QObject;
+        receiver->moveToThread(thread);
+        thread->start();
+        return receiver;
     }();
     return *queue;
 }
@@ -61,9 +64,9 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
                         Completion completion, DaemonProtocol::DeviceRecords devices) const
 {
     Q_ASSERT(QCoreApplication::instance());
-    workQueue().start([socketPath = m_socketPath, request, timeoutSeconds, devices,
-                       context = QPointer<const QObject>(context),
-                       completion = std::move(completion)]() mutable {
+    QMetaObject::invokeMethod(&workQueue(), [socketPath = m_socketPath, request, timeoutSeconds, devices,
+                                             context = QPointer<const QObject>(context),
+                                             completion = std::move(completion)]() mutable {
         DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
         // Posted even for a result computed at once, so the completion never runs on the stack
         // of send(). The context is checked on the main thread, where it lives.
@@ -74,7 +77,7 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
                     completion(result);
             },
             Qt::QueuedConnection);
-    });
+    }, Qt::QueuedConnection);
 }
 
 void DaemonClient::tryGetStatus(const QObject *context, StatusCompletion completion,
