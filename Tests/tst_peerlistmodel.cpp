@@ -1,6 +1,7 @@
 #include "PeerListModel.h"
 
 #include <QAbstractItemModelTester>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace Veltrane;
@@ -97,6 +98,28 @@ private Q_SLOTS:
         QCOMPARE(listed(model.filteredDevices()), QStringList{u"gamma/a"_qs});
         model.applySnapshot(std::nullopt);
         QCOMPARE(model.rowCount(), 0);
+    }
+
+    // Only rows that read differently are announced, whatever moved them there; a status that
+    // changes nothing repaints nothing.
+    void announcesOnlyChangedRows()
+    {
+        PeerListModel model;
+        QList<ConnectableDeviceSnapshot> devices{named(u"a"_qs), named(u"b"_qs), named(u"c"_qs), named(u"d"_qs)};
+        model.applySnapshot(snapshotOf(devices));
+        QSignalSpy changes(&model, &PeerListModel::dataChanged);
+        model.applySnapshot(snapshotOf(devices));
+        QCOMPARE(changes.size(), 0);
+        devices[1].assignedIp = u"100.64.0.2"_qs;
+        devices[2].assignedIp = u"100.64.0.3"_qs;
+        model.applySnapshot(snapshotOf(devices));
+        QCOMPARE(changes.size(), 1);
+        QCOMPARE(changes[0][0].toModelIndex().row(), 1);
+        QCOMPARE(changes[0][1].toModelIndex().row(), 2);
+        model.setSearchText(u"c"_qs); // "c" moves up to the first row; row 1 and on go
+        QCOMPARE(changes.size(), 2);
+        QCOMPARE(changes[1][0].toModelIndex().row(), 0);
+        QCOMPARE(changes[1][1].toModelIndex().row(), 0);
     }
 
     void searchesNameThenDnsNameThenAddress_data()

@@ -14,13 +14,14 @@
 
 namespace Veltrane {
 
-QString ConnectableDeviceSnapshot::displayName() const
+const QString &ConnectableDeviceSnapshot::displayName() const
 {
+    static const QString none;
     if (computerName && !computerName->isEmpty())
         return *computerName;
     if (hostName && !hostName->isEmpty())
         return *hostName;
-    return fqdn.value_or(QString());
+    return fqdn ? *fqdn : none;
 }
 
 namespace DaemonProtocol {

@@ -43,7 +43,7 @@ struct ConnectableDeviceSnapshot {
 
     /// The name to show for the device: a non-empty computerName, else a non-empty hostName, else
     /// fqdn as it stands (even when empty), else the empty string. Never trimmed or case-folded.
-    QString displayName() const;
+    const QString &displayName() const;
 
     bool operator==(const ConnectableDeviceSnapshot &) const = default;
 };

@@ -63,6 +63,13 @@ bool isSecondary(const ConnectableDeviceSnapshot &device, PeerListModel::Column 
     }
 }
 
+// Whether two devices fill a row with the same texts in the same tones.
+bool readAlike(const ConnectableDeviceSnapshot &a, const ConnectableDeviceSnapshot &b)
+{
+    return a.displayName() == b.displayName() && a.assignedIp == b.assignedIp && isOnline(a) == isOnline(b)
+        && a.connectionStatus == b.connectionStatus;
+}
+
 // The text of one cell, as the table shows it.
 QString cellText(const ConnectableDeviceSnapshot &device, PeerListModel::Column column)
 {
@@ -99,17 +106,24 @@ PeerListModel::PeerListModel(QObject *parent)
 
 void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &snapshot)
 {
-    m_devices = snapshot && snapshot->connectableDevices ? snapshot->connectableDevices->devices()
-                                                         : QList<ConnectableDeviceSnapshot>();
+    const QList<ConnectableDeviceSnapshot> previous = std::exchange(
+        m_devices, snapshot && snapshot->connectableDevices ? snapshot->connectableDevices->devices()
+                                                            : QList<ConnectableDeviceSnapshot>());
     m_searchKeys.clear();
-    sortByDisplayName();
-    filter();
+    // The order depends on the names alone: the same names in the same places keep it.
+    const auto sameName = [](const ConnectableDeviceSnapshot &a, const ConnectableDeviceSnapshot &b) {
+        return a.displayName() == b.displayName();
+    };
+    if (m_order.size() != m_devices.size()
+        || !std::equal(previous.begin(), previous.end(), m_devices.begin(), m_devices.end(), sameName))
+        sortByDisplayName();
+    filter(previous);
 }
 
 void PeerListModel::setSearchText(const QString &text)
 {
     m_query = searchFolded(trimmedOfBlanks(text));
-    filter();
+    filter(m_devices);
 }
 
 QString PeerListModel::searchFolded(const QString &text)
@@ -164,10 +178,10 @@ void PeerListModel::sortByDisplayName()
     m_sortKeys = std::move(keys); // only the names now listed: the cache never outgrows the list
 }
 
-void PeerListModel::filter()
+void PeerListModel::filter(const QList<ConnectableDeviceSnapshot> &previous)
 {
     if (m_query.isEmpty()) {
-        showRows(m_order);
+        showRows(m_order, previous);
         return;
     }
     const QList<SearchKeys> &keys = searchKeys();
@@ -177,13 +191,15 @@ void PeerListModel::filter()
         if (key.name.contains(m_query) || key.fqdn.contains(m_query) || key.ip.contains(m_query))
             rows.append(at);
     }
-    showRows(std::move(rows));
+    showRows(std::move(rows), previous);
 }
 
-// Rows beyond the new count go, or new ones come, at the end; then every remaining row is told it
-// changed. No view reads a row between the two.
-void PeerListModel::showRows(QList<qsizetype> rows)
+// Rows beyond the new count go, or new ones come, at the end; then every remaining row whose device
+// reads differently from the one shown there before is told it changed, so a status that changed
+// nothing repaints nothing. No view reads a row between the two.
+void PeerListModel::showRows(QList<qsizetype> rows, const QList<ConnectableDeviceSnapshot> &previous)
 {
+    const QList<qsizetype> shownBefore = m_rows; // positions in `previous`
     const qsizetype before = m_rows.size();
     const qsizetype after = rows.size();
     if (after < before) {
@@ -196,8 +212,21 @@ void PeerListModel::showRows(QList<qsizetype> rows)
         endInsertRows();
     }
     m_rows = std::move(rows);
-    if (const qsizetype kept = std::min(before, after); kept > 0)
-        Q_EMIT dataChanged(index(0, 0), index(int(kept - 1), ColumnCount - 1));
+    const auto changed = [&](qsizetype row) {
+        const ConnectableDeviceSnapshot &was = previous[shownBefore[row]];
+        const ConnectableDeviceSnapshot &is = m_devices[m_rows[row]];
+        return &was != &is && !readAlike(was, is);
+    };
+    const qsizetype kept = std::min(before, after);
+    for (qsizetype first = 0; first < kept; ++first) {
+        if (!changed(first))
+            continue;
+        qsizetype last = first;
+        while (last + 1 < kept && changed(last + 1))
+            ++last;
+        Q_EMIT dataChanged(index(int(first), 0), index(int(last), ColumnCount - 1));
+        first = last;
+    }
 }
 
 QList<ConnectableDeviceSnapshot> PeerListModel::devicesAt(const QList<qsizetype> &indexes) const

@@ -30,9 +30,9 @@ struct PeerColumn {
 /// equivalences (see `searchFolded`).
 ///
 /// Every change rewrites the rows in place, as a table reload does: row *i* stays row *i*, only its
-/// contents change, and rows are added or removed at the end. So the view keeps its selected row,
-/// its current row, its hover and its scroll position; which device they should follow is the
-/// view's business.
+/// contents change, and rows are added or removed at the end; only rows that read differently are
+/// announced as changed. So the view keeps its selected row, its current row, its hover and its
+/// scroll position; which device they should follow is the view's business.
 class PeerListModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -96,8 +96,9 @@ private:
     };
 
     void sortByDisplayName();
-    void filter();
-    void showRows(QList<qsizetype> rows);
+    // `previous`: the list the rows shown so far are positions in.
+    void filter(const QList<ConnectableDeviceSnapshot> &previous);
+    void showRows(QList<qsizetype> rows, const QList<ConnectableDeviceSnapshot> &previous);
     const QList<SearchKeys> &searchKeys();
     QList<ConnectableDeviceSnapshot> devicesAt(const QList<qsizetype> &indexes) const;
     const ConnectableDeviceSnapshot &shownAt(int row) const { return m_devices[m_rows[row]]; }
