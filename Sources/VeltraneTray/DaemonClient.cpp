@@ -30,6 +30,24 @@ QObject &workQueue()
     return *queue;
 }
 
+// The array the next reply is read into. The UI keeps the latest status reply while the devices
+// in it may be asked for, so two arrays take turns: the one nobody else holds any more is read
+// into again, its memory already in place, and a large reply is read without growing it. An
+// array far larger than the last reply is let go, so a network that shrank keeps no big buffer.
+QByteArray &replyBuffer()
+{
+    thread_local QByteArray turns[2];
+    thread_local int next = 0;
+    QByteArray &taken = turns[next];
+    const qsizetype wanted = turns[1 - next].size() * 17 / 16 + DaemonProtocol::paddingBytes;
+    if (!taken.isDetached() || taken.capacity() > 2 * wanted + DaemonSocket::readChunkBytes)
+        taken = QByteArray();
+    taken.resize(0); // the old reply's bytes need no copy if the array grows
+    taken.reserve(wanted);
+    next = 1 - next;
+    return taken;
+}
+
 } // namespace
 
 DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
@@ -44,12 +62,14 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
         return *error;
     if (auto error = socket.writeAll(DaemonProtocol::encodeRequest(request)))
         return *error;
-    auto read = socket.readLine(DaemonProtocol::paddingBytes);
+    QByteArray &buffer = replyBuffer();
+    auto read = socket.readLine(std::exchange(buffer, {}), DaemonProtocol::paddingBytes);
     socket.close();
     if (auto *error = std::get_if<ClientError>(&read))
         return *error;
 
     auto &line = std::get<QByteArray>(read);
+    buffer = line; // shared with the reply, until the reply lets go of it
     if (line.isEmpty())
         return ClientError::emptyResponse();
     auto decoded = DaemonProtocol::decodeResponse(line, devices);

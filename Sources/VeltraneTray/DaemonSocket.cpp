@@ -114,16 +114,19 @@ std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
     return std::nullopt;
 }
 
-std::variant<QByteArray, ClientError> DaemonSocket::readLine(qsizetype spareCapacity)
+std::variant<QByteArray, ClientError> DaemonSocket::readLine(QByteArray buffer, qsizetype spareCapacity)
 {
     // Read straight into the array: its capacity grows with the reply, so a reply of megabytes
     // is neither copied piece by piece nor copied again to make room for the spare bytes.
-    QByteArray gathered;
+    QByteArray gathered = std::move(buffer);
+    gathered.resize(0); // keeps the capacity
     qsizetype lineEnd = -1;
     while (lineEnd < 0 && gathered.size() < replyCapBytes) {
         const qsizetype start = gathered.size();
-        const qsizetype wanted =
-            std::min(std::max(start, readChunkBytes), replyCapBytes + readChunkBytes - 1 - start);
+        // The room made already, and once that is full as much again as has come.
+        const qsizetype room = gathered.capacity() - spareCapacity - start;
+        const qsizetype wanted = std::min(room >= readChunkBytes ? room : std::max(start, readChunkBytes),
+                                          replyCapBytes + readChunkBytes - 1 - start);
         gathered.resize(start + wanted + spareCapacity);
         const ssize_t count = ::read(m_descriptor, gathered.data() + start, size_t(wanted));
         gathered.resize(start + std::max<ssize_t>(count, 0));

@@ -38,9 +38,10 @@ public:
     /// Writes every byte, continuing short writes. A closed peer is an error, never a signal.
     std::optional<ClientError> writeAll(const QByteArray &bytes);
     /// The bytes before the first line feed; everything received if the daemon closes first
-    /// (possibly nothing). Stops reading once replyCapBytes have been gathered. The array keeps
+    /// (possibly nothing). Stops reading once replyCapBytes have been gathered. The bytes are
+    /// read into `buffer`, emptied first, whose capacity is used before it grows; the array keeps
     /// `spareCapacity` bytes of capacity behind the line, for a reader that looks past its end.
-    std::variant<QByteArray, ClientError> readLine(qsizetype spareCapacity = 0);
+    std::variant<QByteArray, ClientError> readLine(QByteArray buffer = {}, qsizetype spareCapacity = 0);
     void close();
 
     int descriptor() const { return m_descriptor; }
