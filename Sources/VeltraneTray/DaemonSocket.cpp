@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -54,6 +55,7 @@ std::variant<DaemonSocket, ClientError> DaemonSocket::connect(const QByteArray &
 
 DaemonSocket::DaemonSocket(DaemonSocket &&other) noexcept
     : m_descriptor(std::exchange(other.m_descriptor, -1))
+    , m_receiveLimitMilliseconds(other.m_receiveLimitMilliseconds)
 {
 }
 
@@ -62,6 +64,7 @@ DaemonSocket &DaemonSocket::operator=(DaemonSocket &&other) noexcept
     if (this != &other) {
         close();
         m_descriptor = std::exchange(other.m_descriptor, -1);
+        m_receiveLimitMilliseconds = other.m_receiveLimitMilliseconds;
     }
     return *this;
 }
@@ -88,6 +91,8 @@ std::optional<ClientError> DaemonSocket::applyTimeout(double seconds)
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
         if (::setsockopt(m_descriptor, SOL_SOCKET, option, &limit, sizeof limit) != 0)
             return ClientError::ioFailed(u"setsockopt: "_qs + lastReason());
+        if (option == SO_RCVTIMEO)
+            m_receiveLimitMilliseconds = int(limit.tv_sec * 1000 + (limit.tv_usec + 999) / 1000);
     }
     return std::nullopt;
 }
@@ -122,13 +127,19 @@ std::variant<QByteArray, ClientError> DaemonSocket::readLine(QByteArray buffer, 
     gathered.resize(0); // keeps the capacity
     qsizetype lineEnd = -1;
     while (lineEnd < 0 && gathered.size() < replyCapBytes) {
+        // Waits in poll() rather than in read(): a thread blocked in read() also wakes, and sleeps
+        // again, when the daemon takes the request off the socket. Past the limit, the read that
+        // finds nothing fails as a timed-out read does.
+        pollfd readable{m_descriptor, POLLIN, 0};
+        if (::poll(&readable, 1, m_receiveLimitMilliseconds) < 0 && errno == EINTR)
+            continue;
         const qsizetype start = gathered.size();
         // The room made already, and once that is full as much again as has come.
         const qsizetype room = gathered.capacity() - spareCapacity - start;
         const qsizetype wanted = std::min(room >= readChunkBytes ? room : std::max(start, readChunkBytes),
                                           replyCapBytes + readChunkBytes - 1 - start);
         gathered.resize(start + wanted + spareCapacity);
-        const ssize_t count = ::read(m_descriptor, gathered.data() + start, size_t(wanted));
+        const ssize_t count = ::recv(m_descriptor, gathered.data() + start, size_t(wanted), MSG_DONTWAIT);
         gathered.resize(start + std::max<ssize_t>(count, 0));
         if (count < 0 && errno == EINTR)
             continue;

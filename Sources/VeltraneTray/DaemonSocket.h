@@ -57,6 +57,7 @@ private:
     explicit DaemonSocket(int descriptor) : m_descriptor(descriptor) {}
 
     int m_descriptor = -1;
+    int m_receiveLimitMilliseconds = -1; // none until applyTimeout()
 };
 
 } // namespace Veltrane
