@@ -30,22 +30,30 @@ QObject &workQueue()
     return *queue;
 }
 
-// The array the next reply is read into. The UI keeps the latest status reply while the devices
-// in it may be asked for, so two arrays take turns: the one nobody else holds any more is read
-// into again, its memory already in place, and a large reply is read without growing it. An
-// array far larger than the last reply is let go, so a network that shrank keeps no big buffer.
-QByteArray &replyBuffer()
+// The array the next reply is read into, with room for `expected` bytes and a little more. While
+// the UI keeps the latest status reply (its devices may yet be asked for), two arrays take turns:
+// the one nobody else holds any more is read into again, its memory already in place, so a large
+// reply is read without growing it. (An array still held would be copied before it is written:
+// taking turns saves work, never guards data.) An array nobody needs is let go, and so is one far
+// larger than the last reply, so a network that shrank keeps no big buffer.
+QByteArray &replyBuffer(qsizetype expected)
 {
     thread_local QByteArray turns[2];
-    thread_local int next = 0;
-    QByteArray &taken = turns[next];
-    const qsizetype wanted = turns[1 - next].size() * 17 / 16 + DaemonProtocol::paddingBytes;
-    if (!taken.isDetached() || taken.capacity() > 2 * wanted + DaemonSocket::readChunkBytes)
-        taken = QByteArray();
-    taken.resize(0); // the old reply's bytes need no copy if the array grows
-    taken.reserve(wanted);
-    next = 1 - next;
-    return taken;
+    const qsizetype wanted = expected + expected / 16 + DaemonProtocol::paddingBytes;
+    const auto reusable = [&](const QByteArray &array) {
+        return array.isDetached() && array.capacity() <= 2 * wanted + DaemonSocket::readChunkBytes;
+    };
+    const auto held = [](const QByteArray &array) { return !array.isNull() && !array.isDetached(); };
+    QByteArray *taken = reusable(turns[0]) ? &turns[0] : reusable(turns[1]) ? &turns[1]
+        : held(turns[0]) ? &turns[1] : &turns[0];
+    QByteArray &other = taken == &turns[0] ? turns[1] : turns[0];
+    if (!held(other))
+        other = QByteArray();
+    if (!reusable(*taken))
+        *taken = QByteArray();
+    taken->resize(0); // the old reply's bytes need no copy if the array grows
+    taken->reserve(wanted);
+    return *taken;
 }
 
 } // namespace
@@ -62,7 +70,8 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
         return *error;
     if (auto error = socket.writeAll(DaemonProtocol::encodeRequest(request)))
         return *error;
-    QByteArray &buffer = replyBuffer();
+    thread_local qsizetype lastReplyBytes = 0;
+    QByteArray &buffer = replyBuffer(lastReplyBytes);
     auto read = socket.readLine(std::exchange(buffer, {}), DaemonProtocol::paddingBytes);
     socket.close();
     if (auto *error = std::get_if<ClientError>(&read))
@@ -70,6 +79,7 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
 
     auto &line = std::get<QByteArray>(read);
     buffer = line; // shared with the reply, until the reply lets go of it
+    lastReplyBytes = line.size();
     if (line.isEmpty())
         return ClientError::emptyResponse();
     auto decoded = DaemonProtocol::decodeResponse(line, devices);

@@ -204,11 +204,11 @@ QJsonObject SimulatedDaemon::statusObject()
     return object;
 }
 
-// Each time half a millisecond up or down, alternating, so that every reply differs from the one
-// before and the times stay where the generator put them.
+// Half a millisecond up, again, then back down: no reply is like the one before or the one
+// before that, and the times stay where the generator put them.
 void SimulatedDaemon::driftRoundTrips()
 {
-    const double step = ++m_statusCount % 2 ? 0.5 : -0.5;
+    const double step = ++m_statusCount % 3 ? 0.5 : -1.0;
     const QString pathKey = u"connectionStatus"_qs, timeKey = u"roundTripTimeMilliseconds"_qs;
     for (qsizetype index = 0; index < m_peers.size(); ++index) {
         QJsonObject peer = m_peers[index].toObject();
