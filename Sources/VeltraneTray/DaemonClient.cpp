@@ -98,6 +98,13 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
                                              context = QPointer<const QObject>(context),
                                              completion = std::move(completion)]() mutable {
         DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
+        // The UI lets go of a status when the next one comes. The worker keeps each result (a
+        // shared copy) until two later ones have come, so the last reference to a reply's ten
+        // thousand records, and the work of freeing them, is the worker's, not the UI thread's.
+        thread_local DaemonResult kept[2];
+        thread_local int oldest = 0;
+        kept[oldest] = result;
+        oldest = 1 - oldest;
         // Posted even for a result computed at once, so the completion never runs on the stack
         // of send(). The context is checked on the main thread, where it lives.
         QMetaObject::invokeMethod(
