@@ -97,12 +97,14 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
     QMetaObject::invokeMethod(&workQueue(), [socketPath = m_socketPath, request, timeoutSeconds, devices,
                                              context = QPointer<const QObject>(context),
                                              completion = std::move(completion)]() mutable {
-        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
         // The UI lets go of a status when the next one comes. The worker keeps each result (a
-        // shared copy) until two later ones have come, so the last reference to a reply's ten
-        // thousand records, and the work of freeing them, is the worker's, not the UI thread's.
+        // shared copy) until the exchange after next begins, so the last reference to a reply's
+        // ten thousand records, and the work of freeing them, is the worker's, not the UI
+        // thread's; and the reply's array is free again for the next read.
         thread_local DaemonResult kept[2];
         thread_local int oldest = 0;
+        kept[oldest] = DaemonResult();
+        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
         kept[oldest] = result;
         oldest = 1 - oldest;
         // Posted even for a result computed at once, so the completion never runs on the stack
