@@ -110,6 +110,14 @@ private Q_SLOTS:
         QSignalSpy changes(&model, &PeerListModel::dataChanged);
         model.applySnapshot(snapshotOf(devices));
         QCOMPARE(changes.size(), 0);
+        QVERIFY(!devices.isDetached()); // the model holds the records it was given, not copies
+        devices[3].connectionStatus = NodeConnectionStatusSnapshot{{}, {}, 12.0};
+        model.applySnapshot(snapshotOf(devices));
+        devices[3].connectionStatus->roundTripTimeMilliseconds = 13.0;
+        model.applySnapshot(snapshotOf(devices));
+        QCOMPARE(changes.size(), 2);
+        QCOMPARE(changes[1][0].toModelIndex().row(), 3);
+        changes.clear();
         devices[1].assignedIp = u"100.64.0.2"_qs;
         devices[2].assignedIp = u"100.64.0.3"_qs;
         model.applySnapshot(snapshotOf(devices));

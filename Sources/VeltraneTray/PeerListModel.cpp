@@ -63,11 +63,18 @@ bool isSecondary(const ConnectableDeviceSnapshot &device, PeerListModel::Column 
     }
 }
 
-// Whether two devices fill a row with the same texts in the same tones.
+// Whether two devices fill a row with the same texts in the same tones. What differs most often, and
+// costs least to compare, comes first: round-trip times change while names and addresses stay.
 bool readAlike(const ConnectableDeviceSnapshot &a, const ConnectableDeviceSnapshot &b)
 {
-    return a.displayName() == b.displayName() && a.assignedIp == b.assignedIp && isOnline(a) == isOnline(b)
-        && a.connectionStatus == b.connectionStatus;
+    const auto &pathA = a.connectionStatus;
+    const auto &pathB = b.connectionStatus;
+    if (pathA.has_value() != pathB.has_value() || isOnline(a) != isOnline(b))
+        return false;
+    if (pathA && (pathA->roundTripTimeMilliseconds != pathB->roundTripTimeMilliseconds
+                  || pathA->state != pathB->state || pathA->endpoint != pathB->endpoint))
+        return false;
+    return a.displayName() == b.displayName() && a.assignedIp == b.assignedIp;
 }
 
 // The text of one cell, as the table shows it.
@@ -115,7 +122,7 @@ void PeerListModel::applySnapshot(const std::optional<DaemonStatusSnapshot> &sna
         return a.displayName() == b.displayName();
     };
     if (m_order.size() != m_devices.size()
-        || !std::equal(previous.begin(), previous.end(), m_devices.begin(), m_devices.end(), sameName))
+        || !std::equal(previous.cbegin(), previous.cend(), m_devices.cbegin(), m_devices.cend(), sameName))
         sortByDisplayName();
     filter(previous);
 }
@@ -214,7 +221,7 @@ void PeerListModel::showRows(QList<qsizetype> rows, const QList<ConnectableDevic
     m_rows = std::move(rows);
     const auto changed = [&](qsizetype row) {
         const ConnectableDeviceSnapshot &was = previous[shownBefore[row]];
-        const ConnectableDeviceSnapshot &is = m_devices[m_rows[row]];
+        const ConnectableDeviceSnapshot &is = std::as_const(m_devices)[m_rows[row]];
         return &was != &is && !readAlike(was, is);
     };
     const qsizetype kept = std::min(before, after);
