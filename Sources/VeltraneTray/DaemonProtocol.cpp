@@ -67,6 +67,9 @@ QString jsonTypeName(element_type type)
 // Each string is followed by a NUL, as every QString's data is. A string changed later detaches
 // as any shared QString does; while it is the last user of its block it may grow in place, over
 // text that no string refers to any more.
+// A block's reference count is raised once, when it starts, by as many strings as it can hold, and
+// lowered by those not made when it is left: an atomic step per string was an eighth of a decode.
+// A string dropped in between takes its reference off, so the count stays above zero throughout.
 class SharedTextBlocks
 {
 public:
@@ -93,7 +96,7 @@ public:
         }
         begin[length] = u'\0';
         m_used += length + 1;
-        m_block->ref();
+        ++m_made;
         return QString(QStringPrivate(m_block, begin, length));
     }
 
@@ -105,14 +108,20 @@ private:
         release();
         auto [block, start] = QTypedArrayData<char16_t>::allocate(std::max(room, blockUnits));
         Q_CHECK_PTR(block);
+        // Every string takes at least one unit, its NUL.
+        m_reserved = int(block->allocatedCapacity());
+        block->ref_.fetchAndAddRelaxed(m_reserved);
         m_block = block;
         m_start = start;
         m_used = 0;
+        m_made = 0;
     }
 
     void release()
     {
-        if (m_block && !m_block->deref())
+        // This object's own reference, and the reserved ones no string took.
+        const int unused = 1 + m_reserved - m_made;
+        if (m_block && m_block->ref_.fetchAndSubOrdered(unused) == unused)
             QTypedArrayData<char16_t>::deallocate(m_block);
         m_block = nullptr;
     }
@@ -120,6 +129,8 @@ private:
     QTypedArrayData<char16_t> *m_block = nullptr;
     char16_t *m_start = nullptr;
     qsizetype m_used = 0;
+    int m_reserved = 0;
+    int m_made = 0;
     // Each string on its own, a leading U+FEFF kept as QString::fromUtf8() keeps it.
     QStringDecoder m_decoder{QStringDecoder::Utf8, QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom};
 };
