@@ -1,3 +1,4 @@
+#include "CaretRest.h"
 #include "ElidedLabel.h"
 #include "PeersWindowController.h"
 
@@ -7,6 +8,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
+#include <QStyleHints>
 #include <QTableView>
 #include <QTest>
 #include <QTextDocument>
@@ -42,6 +44,22 @@ const QList<ConnectableDeviceSnapshot> office{
     device(u"charlie"_qs, u"c-charlie"_qs, u""_qs, u"10.7.0.12"_qs, false),
     device(u"delta"_qs, {}, u"<b>delta</b>.corp.ts.net"_qs, u"100.64.0.4"_qs),
     device(u"echo"_qs, u"c-echo"_qs, u""_qs, {}),
+};
+
+// Counts the paint events of a widget.
+class PaintCounter : public QObject
+{
+public:
+    PaintCounter(QWidget *widget, int &count) : m_count(count) { widget->installEventFilter(this); }
+
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        m_count += event->type() == QEvent::Paint;
+        return false;
+    }
+
+private:
+    int &m_count;
 };
 
 } // namespace
@@ -267,6 +285,31 @@ private Q_SLOTS:
         QVERIFY(m_controller->window()->isVisible());
         QTest::keyClick(m_search, Qt::Key_Escape);
         QVERIFY(!m_controller->window()->isVisible());
+    }
+
+    // A field left alone stops drawing its caret's blink; a key or a click starts it again.
+    void caretRestsWhenLeftAlone()
+    {
+        QStyleHints *hints = QGuiApplication::styleHints();
+        const int blinking = hints->cursorFlashTime();
+        QVERIFY(blinking > 0);
+        QLineEdit field;
+        new CaretRest(&field, std::chrono::milliseconds(100));
+        int paints = 0;
+        PaintCounter counter(&field, paints);
+        field.show();
+        QApplication::setActiveWindow(&field);
+        field.setFocus();
+        QTRY_COMPARE(hints->cursorFlashTime(), 0);
+        QTest::qWait(50);
+        paints = 0;
+        QTest::qWait(blinking);
+        QCOMPARE(paints, 0);
+        QTest::keyClick(&field, Qt::Key_A);
+        QCOMPARE(hints->cursorFlashTime(), blinking);
+        QTRY_COMPARE(hints->cursorFlashTime(), 0);
+        QTest::mouseClick(&field, Qt::LeftButton);
+        QCOMPARE(hints->cursorFlashTime(), blinking);
     }
 };
 

@@ -1,6 +1,7 @@
 #include "PeersWindowController.h"
 
 #include "Appearance.h"
+#include "CaretRest.h"
 #include "ElidedLabel.h"
 #include "PeerTableView.h"
 
@@ -94,6 +95,7 @@ void PeersWindowController::buildContent()
     if (auto *clear = m_searchField->findChild<QToolButton *>())
         clear->setAccessibleName(u"Clear search"_qs);
     m_searchField->setFixedHeight(28);
+    new CaretRest(m_searchField);
     connect(m_searchField, &QLineEdit::textChanged, this, &PeersWindowController::applyFilter);
 
     m_tableView->setObjectName(u"tableView"_qs);
