@@ -12,6 +12,7 @@ import os
 import re
 import subprocess
 import sys
+import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "Tests"))
@@ -23,31 +24,65 @@ GOALS = {  # at 10,000 peers: CPU ms per poll, wake-ups per poll, resident MB
     (False, False): (3, 4, 40), (False, True): (4, 4, 40), (True, False): (10, None, 55), (True, True): (10, None, 55)}
 
 
-def counters(pid):
-    """CPU nanoseconds and voluntary context switches of all the process's threads; resident kB."""
-    cpu = switches = 0
-    for task in os.listdir(f"/proc/{pid}/task"):
-        try:
-            with open(f"/proc/{pid}/task/{task}/schedstat") as schedstat:
-                cpu += int(schedstat.read().split()[0])
-            with open(f"/proc/{pid}/task/{task}/status") as status:
-                switches += int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status.read(), re.M)[1])
-        except FileNotFoundError:
-            pass  # a thread that ended meanwhile
+class Counters:
+    """CPU nanoseconds and voluntary context switches of all the process's threads since it was
+    made. Read every 0.2 s: a thread that ends (Qt's pooled threads do after 30 idle seconds) takes
+    its figures with it, so only what it did since the last reading goes uncounted."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.cpu = self.switches = 0
+        self.last = self.read()
+        self.done = threading.Event()
+        self.reader = threading.Thread(target=self.keep_reading)
+        self.reader.start()
+
+    def read(self):
+        figures = {}
+        for task in os.listdir(f"/proc/{self.pid}/task"):
+            try:
+                with open(f"/proc/{self.pid}/task/{task}/schedstat") as schedstat:
+                    cpu = int(schedstat.read().split()[0])
+                with open(f"/proc/{self.pid}/task/{task}/status") as status:
+                    switches = int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status.read(), re.M)[1])
+                figures[task] = (cpu, switches)
+            except FileNotFoundError:
+                pass  # a thread that ended meanwhile
+        return figures
+
+    def update(self):
+        now = self.read()
+        for task, (cpu, switches) in now.items():
+            cpu0, switches0 = self.last.get(task, (0, 0))  # a new thread from its start
+            self.cpu += cpu - cpu0
+            self.switches += switches - switches0
+        self.last = now
+
+    def keep_reading(self):
+        while not self.done.wait(0.2):
+            self.update()
+
+    def stop(self):
+        self.done.set()
+        self.reader.join()
+        self.update()
+        return self.cpu, self.switches
+
+
+def resident_kb(pid):
     with open(f"/proc/{pid}/status") as status:
-        resident = int(re.search(r"^VmRSS:\s+(\d+)", status.read(), re.M)[1])
-    return cpu, switches, resident
+        return int(re.search(r"^VmRSS:\s+(\d+)", status.read(), re.M)[1])
 
 
 def per_tick(pid, wait_for_tick, ticks):
     """CPU ms and wake-ups per tick over `ticks` ticks, and resident MB at the end. Samples are
     taken half an interval after a tick, when its work is done."""
     wait_for_tick()
-    cpu0, switches0, _ = counters(pid)
+    counters = Counters(pid)
     for _ in range(ticks):
         wait_for_tick()
-    cpu1, switches1, resident = counters(pid)
-    return (cpu1 - cpu0) / 1e6 / ticks, (switches1 - switches0) / ticks, resident / 1024
+    cpu, switches = counters.stop()
+    return cpu / 1e6 / ticks, switches / ticks, resident_kb(pid) / 1024
 
 
 def idle_baseline(program, ticks):

@@ -14,7 +14,7 @@ cmake --build "$build"
 "$build/Benchmarks/bench_peers" "$@"
 # The status item's D-Bus traffic in a real panel: about 70 seconds of polls.
 "$root/Benchmarks/tray-traffic.sh" "$build/Benchmarks/bench_tray_traffic"
-# What a poll costs the installed app at 20, 1,000 and 10,000 peers: about 7 minutes.
+# What a poll costs the installed app at 20, 1,000 and 10,000 peers: about 8 minutes.
 prefix=$(mktemp -d "${TMPDIR:-/tmp}/veltrane-bench.XXXXXX")
 trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" --component tray >/dev/null
