@@ -115,8 +115,11 @@ private Q_SLOTS:
         model.applySnapshot(snapshotOf(devices));
         devices[3].connectionStatus->roundTripTimeMilliseconds = 13.0;
         model.applySnapshot(snapshotOf(devices));
-        QCOMPARE(changes.size(), 2);
+        devices[3].connectionStatus->endpoint = u"203.0.113.9:41641"_qs;
+        model.applySnapshot(snapshotOf(devices));
+        QCOMPARE(changes.size(), 3);
         QCOMPARE(changes[1][0].toModelIndex().row(), 3);
+        QCOMPARE(changes[2][0].toModelIndex().row(), 3);
         changes.clear();
         devices[1].assignedIp = u"100.64.0.2"_qs;
         devices[2].assignedIp = u"100.64.0.3"_qs;

@@ -63,18 +63,17 @@ bool isSecondary(const ConnectableDeviceSnapshot &device, PeerListModel::Column 
     }
 }
 
-// Whether two devices fill a row with the same texts in the same tones. What differs most often, and
-// costs least to compare, comes first: round-trip times change while names and addresses stay.
+// Whether two devices fill a row with the same texts in the same tones. Round-trip times change from
+// one status to the next while names and addresses stay: a double compared first settles most rows
+// that changed before any string is read.
 bool readAlike(const ConnectableDeviceSnapshot &a, const ConnectableDeviceSnapshot &b)
 {
     const auto &pathA = a.connectionStatus;
     const auto &pathB = b.connectionStatus;
-    if (pathA.has_value() != pathB.has_value() || isOnline(a) != isOnline(b))
+    if (pathA && pathB && pathA->roundTripTimeMilliseconds != pathB->roundTripTimeMilliseconds)
         return false;
-    if (pathA && (pathA->roundTripTimeMilliseconds != pathB->roundTripTimeMilliseconds
-                  || pathA->state != pathB->state || pathA->endpoint != pathB->endpoint))
-        return false;
-    return a.displayName() == b.displayName() && a.assignedIp == b.assignedIp;
+    return isOnline(a) == isOnline(b) && pathA == pathB && a.displayName() == b.displayName()
+        && a.assignedIp == b.assignedIp;
 }
 
 // The text of one cell, as the table shows it.
