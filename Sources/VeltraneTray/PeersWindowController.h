@@ -32,6 +32,9 @@ class PeerTableView;
 /// the selected row stay where they are, and a selected device that moved is selected again at
 /// its new row, found by its `clientId`, without scrolling to it.
 ///
+/// The search field's caret stops blinking after ten seconds without input (`CaretRest`), so a
+/// window left open draws nothing between two statuses that change no row.
+///
 /// Keyboard: focus starts in the search field; Down goes on into the table, where the arrows,
 /// Page Up/Down, Home and End move the selection; Copy copies the selected DNS name; the Menu key
 /// and Shift+F10 open the row menu; Escape clears the search, or closes the window when the
