@@ -87,13 +87,11 @@ timeval DaemonSocket::timevalFor(double seconds)
 
 std::optional<ClientError> DaemonSocket::applyTimeout(double seconds)
 {
+    // Reads wait in poll() with the limit; writes block in the kernel, which keeps it.
     const timeval limit = timevalFor(seconds);
-    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
-        if (::setsockopt(m_descriptor, SOL_SOCKET, option, &limit, sizeof limit) != 0)
-            return ClientError::ioFailed(u"setsockopt: "_qs + lastReason());
-        if (option == SO_RCVTIMEO)
-            m_receiveLimitMilliseconds = int(limit.tv_sec * 1000 + (limit.tv_usec + 999) / 1000);
-    }
+    if (::setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
+        return ClientError::ioFailed(u"setsockopt: "_qs + lastReason());
+    m_receiveLimitMilliseconds = int(limit.tv_sec * 1000 + (limit.tv_usec + 999) / 1000);
     return std::nullopt;
 }
 

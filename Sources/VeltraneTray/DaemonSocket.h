@@ -32,8 +32,8 @@ public:
     DaemonSocket &operator=(const DaemonSocket &) = delete;
     ~DaemonSocket();
 
-    /// Limits each blocking read and write to `seconds`: the receive limit first, then the send
-    /// limit. A failure leaves the send limit untouched.
+    /// Limits each wait for reply bytes and each blocking write to `seconds`. A failure leaves
+    /// both limits as they were.
     std::optional<ClientError> applyTimeout(double seconds);
     /// Writes every byte, continuing short writes. A closed peer is an error, never a signal.
     std::optional<ClientError> writeAll(const QByteArray &bytes);
