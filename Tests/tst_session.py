@@ -215,6 +215,12 @@ def main():
         check(errors == [unknown] * 4 + ["org.freedesktop.DBus.Error.InvalidArgs"]
               and list(exported.AboutToShowGroup([1, 98])[1]) == [98], f"unknown rows and properties are errors: {errors}")
 
+        # A host that reads the menu to have it ready (GNOME Shell, at start-up and after it
+        # restarts) asks AboutToShow with no menu on screen: polls go on.
+        exported.GetLayout(0, -1, dbus.Array([], signature="s"))
+        exported.AboutToShow(0)
+        prefetched = time.monotonic()
+        check(within(lambda: len(session.polls_since(prefetched)) >= 2, 7), "a prefetch of the menu holds no poll")
         # While a host shows the menu no tick polls, so rows hold still; the missed tick polls once
         # when it closes. A host that never says "closed" (waybar) holds polls 15 s at most.
         event = lambda name: exported.Event(0, name, dbus.Int32(0, variant_level=1), dbus.UInt32(0))

@@ -246,13 +246,18 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList &events)
 }
 
 // The menu is always current, so a host never needs to fetch it again before showing it.
+// AboutToShow does not say that a menu is on screen: GNOME Shell's extension asks it of the root
+// whenever it reads the item's menu, to prefetch, and it and Plasma, the hosts that ask it, say
+// "opened" and "closed" around every real opening. Taken as an opening, a prefetch at start-up or
+// after the Shell restarts held polls for the whole openBoundMilliseconds.
 bool DBusMenuExporter::AboutToShow(int id)
 {
-    if (!rejectUnknown(id) && id == 0)
-        hostOpened();
+    rejectUnknown(id);
     return false;
 }
 
+// Hosts built on libdbusmenu (waybar) ask AboutToShowGroup as the menu opens and never say
+// "opened" or "closed" of the root: for them this is the only sign of an opening.
 QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int> &ids, QList<int> &idErrors)
 {
     for (const int id : ids) {

@@ -23,10 +23,11 @@ QString dbusMenuLabel(const QString &actionText);
 /// root's children, numbered from 1 in menu order; actions added later are not exported. Every
 /// change to the actions within one turn of the event loop reaches the host as one
 /// `ItemsPropertiesUpdated` carrying only what differs from what the host was last told; a change
-/// that restores the old value sends nothing. A host's "opened" event or `AboutToShow` of the root
-/// makes the menu emit `aboutToShow()`, its "closed" event (or openBoundMilliseconds without one)
-/// `aboutToHide()`. A "clicked" event triggers its action later, from the event loop, as a click in
-/// a Qt menu would; a disabled action ignores it.
+/// that restores the old value sends nothing. A host's "opened" event of the root, or
+/// `AboutToShowGroup` naming the root, makes the menu emit `aboutToShow()`, its "closed" event (or
+/// openBoundMilliseconds without one) `aboutToHide()`; `AboutToShow` alone shows nothing, as hosts
+/// that ask it also prefetch with it. A "clicked" event triggers its action later, from the event
+/// loop, as a click in a Qt menu would; a disabled action ignores it.
 ///
 /// Register it on a bus with `ExportScriptableContents | ExportAllProperties`.
 class DBusMenuExporter : public QObject, protected QDBusContext
