@@ -162,6 +162,27 @@ private Q_SLOTS:
                  u"Control plane: suspended (veltrane stopped)"_qs);
     }
 
+    // The footer names the control plane's state, with or without a status behind it.
+    void footerTellsEveryState()
+    {
+        const std::pair<TrayState, QString> footers[] = {
+            {TrayState::DaemonUnreachable, u"Control plane: unreachable (daemon not running)"_qs},
+            {TrayState::Stopped, u"Control plane: suspended (veltrane stopped)"_qs},
+            {TrayState::LoggedOut, u"Control plane: awaiting sign-in"_qs},
+            {TrayState::Connecting, u"Control plane: connecting\u2026"_qs},
+            {TrayState::NoNetwork, u"Control plane: connected (no active network)"_qs},
+            {TrayState::Connected, u"Control plane: connected"_qs},
+            {TrayState::Error, u"Control plane: error"_qs},
+        };
+        const auto *footer = m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs);
+        for (const auto &[state, text] : footers) {
+            m_controller->applySnapshot(snapshotOf(office), state);
+            QCOMPARE(footer->text(), text);
+            m_controller->applySnapshot(std::nullopt, state);
+            QCOMPARE(footer->text(), text);
+        }
+    }
+
     // Closed, the window lists nothing; shown again, it lists the latest status at once.
     void listsOnlyWhenShown()
     {

@@ -88,13 +88,17 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
     return std::get<DaemonControlResponse>(std::move(decoded));
 }
 
-DaemonClient::DaemonClient(const QString &socketPath) : m_socketPath(socketPath.toUtf8()) {}
+DaemonClient::DaemonClient(const QString &socketPath, Exchange exchange)
+    : m_socketPath(socketPath.toUtf8())
+    , m_exchange(std::move(exchange))
+{
+}
 
 void DaemonClient::send(const DaemonControlRequest &request, double timeoutSeconds, const QObject *context,
                         Completion completion, DaemonProtocol::DeviceRecords devices) const
 {
     Q_ASSERT(QCoreApplication::instance());
-    QMetaObject::invokeMethod(&workQueue(), [socketPath = m_socketPath, request, timeoutSeconds, devices,
+    QMetaObject::invokeMethod(&workQueue(), [socketPath = m_socketPath, exchange = m_exchange, request, timeoutSeconds, devices,
                                              context = QPointer<const QObject>(context),
                                              completion = std::move(completion)]() mutable {
         // The UI lets go of a status when the next one comes. The worker keeps each result (a
@@ -104,7 +108,7 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
         thread_local DaemonResult kept[2];
         thread_local int oldest = 0;
         kept[oldest] = DaemonResult();
-        DaemonResult result = exchangeNow(socketPath, request, timeoutSeconds, devices);
+        DaemonResult result = exchange(socketPath, request, timeoutSeconds, devices);
         kept[oldest] = result;
         oldest = 1 - oldest;
         // Posted even for a result computed at once, so the completion never runs on the stack

@@ -30,9 +30,14 @@ public:
 
     using Completion = std::function<void(const DaemonResult &)>;
     using StatusCompletion = std::function<void(const std::optional<DaemonStatusSnapshot> &)>;
+    /// One whole exchange, blocking, as the worker runs it for each request (see exchangeNow).
+    using Exchange = std::function<DaemonResult(const QByteArray &socketPath, const DaemonControlRequest &request,
+                                                double timeoutSeconds, DaemonProtocol::DeviceRecords devices)>;
 
-    /// The app always talks to defaultSocketPath; tests hand in a socket of their own.
-    explicit DaemonClient(const QString &socketPath = QString::fromLatin1(defaultSocketPath));
+    /// The app always talks to defaultSocketPath through exchangeNow; tests hand in a socket of
+    /// their own, and may hand in an exchange that watches what is asked before it runs exchangeNow.
+    explicit DaemonClient(const QString &socketPath = QString::fromLatin1(defaultSocketPath),
+                          Exchange exchange = exchangeNow);
 
     /// Sends `request`, limiting each blocking read and write to `timeoutSeconds` (never below
     /// minimumTimeoutSeconds). Returns at once. `completion` then runs exactly once, later, on the
@@ -47,14 +52,15 @@ public:
     void tryGetStatus(const QObject *context, StatusCompletion completion,
                       DaemonProtocol::DeviceRecords devices = DaemonProtocol::DeviceRecords::Now) const;
 
-    /// The whole exchange, blocking, on the calling thread: what the worker runs for each request,
-    /// from connecting to the decoded reply. Only the worker and the exchange fuzzer call it.
+    /// The whole exchange, blocking, on the calling thread, from connecting to the decoded reply:
+    /// what the worker runs for each request unless the client was given another Exchange.
     static DaemonResult exchangeNow(const QByteArray &socketPath, const DaemonControlRequest &request,
                                     double timeoutSeconds,
                                     DaemonProtocol::DeviceRecords devices = DaemonProtocol::DeviceRecords::Now);
 
 private:
     QByteArray m_socketPath;
+    Exchange m_exchange;
 };
 
 } // namespace Veltrane
