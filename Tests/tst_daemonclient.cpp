@@ -47,7 +47,8 @@ private:
         return ClientError::connectFailed(ClientError::systemReason(error)).errorDescription();
     }
 
-    static int openDescriptors() { return int(QDir(u"/proc/self/fd"_qs).entryList(QDir::System).size()); }
+    // /dev/fd lists this process's descriptors on Linux and macOS alike.
+    static int openDescriptors() { return int(QDir(u"/dev/fd"_qs).entryList(QDir::System).size()); }
 
 private Q_SLOTS:
     void init()

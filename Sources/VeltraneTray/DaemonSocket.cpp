@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -21,25 +22,33 @@ constexpr int noSignalFlag = MSG_NOSIGNAL;
 constexpr int noSignalFlag = 0;
 #endif
 
-void suppressBrokenPipeSignal([[maybe_unused]] int descriptor)
-{
-#ifdef SO_NOSIGPIPE
-    const int on = 1;
-    ::setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
-#endif
-}
-
 QString lastReason() { return ClientError::systemReason(errno); }
 
 } // namespace
 
+// Close-on-exec is set after the descriptor is made, as POSIX and Darwin offer no flag to make it
+// so at once. The app starts a program only when it opens a sign-in link, from the UI thread; a
+// socket made at that very moment may pass to the browser opener, which does not use it.
+bool DaemonSocket::prepareDescriptor(int descriptor)
+{
+    if (::fcntl(descriptor, F_SETFD, FD_CLOEXEC) != 0)
+        return false;
+#ifdef SO_NOSIGPIPE
+    const int on = 1;
+    if (::setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) != 0 && errno != ENOTSOCK)
+        return false;
+#endif
+    return true;
+}
+
 std::variant<DaemonSocket, ClientError> DaemonSocket::connect(const QByteArray &path)
 {
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
     if (descriptor < 0)
         return ClientError::connectFailed(lastReason());
     DaemonSocket socket(descriptor);
-    suppressBrokenPipeSignal(descriptor);
+    if (!prepareDescriptor(descriptor))
+        return ClientError::connectFailed(lastReason());
 
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -46,9 +46,14 @@ public:
 
     int descriptor() const { return m_descriptor; }
 
-    /// Sends every byte on a connected socket, continuing short writes, without raising SIGPIPE.
-    /// False on failure, with errno telling why.
+    /// Sends every byte on a connected socket, continuing short writes, without raising SIGPIPE
+    /// (on Darwin, only on a socket made ready by prepareDescriptor). False on failure, with errno
+    /// telling why.
     static bool sendAll(int descriptor, QByteArrayView bytes);
+
+    /// Readies a new descriptor: closed in programs this process starts, and, where a write cannot
+    /// ask for it, a socket that never raises SIGPIPE. True unless the system refused.
+    static bool prepareDescriptor(int descriptor);
 
     /// The time limit as the socket options take it: whole seconds and the truncated remainder.
     static timeval timevalFor(double seconds);

@@ -95,11 +95,12 @@ std::optional<QString> SimulatorServer::listen(const QString &path)
         return u"socket path too long"_qs;
     std::memcpy(address.sun_path, m_path.constData(), size_t(m_path.size()) + 1);
 
-    m_listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    m_listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
     ::unlink(m_path.constData());
-    if (m_listener < 0
+    if (m_listener < 0 || !DaemonSocket::prepareDescriptor(m_listener)
         || ::bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
-        || ::listen(m_listener, 64) != 0 || ::pipe2(m_wakePipe, O_CLOEXEC) != 0) {
+        || ::listen(m_listener, 64) != 0 || ::pipe(m_wakePipe) != 0
+        || !DaemonSocket::prepareDescriptor(m_wakePipe[0]) || !DaemonSocket::prepareDescriptor(m_wakePipe[1])) {
         const QString reason = QString::fromLocal8Bit(std::strerror(errno));
         stop();
         return reason;
@@ -213,9 +214,13 @@ void SimulatorServer::acceptLoop()
             return;
         if (m_stopping || !(watched[0].revents & POLLIN))
             continue;
-        const int connection = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int connection = ::accept(m_listener, nullptr, nullptr);
         if (connection < 0)
             continue;
+        if (!DaemonSocket::prepareDescriptor(connection)) {
+            ::close(connection);
+            continue;
+        }
         reapFinishedWorkers();
         auto finished = std::make_shared<std::atomic<bool>>(false);
         std::lock_guard lock(m_mutex);
