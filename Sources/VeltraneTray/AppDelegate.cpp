@@ -8,11 +8,7 @@
 
 namespace Veltrane {
 
-AppDelegate::AppDelegate(const std::optional<QString> &identity, const QDBusConnection &bus)
-    : m_identity(identity)
-    , m_bus(bus)
-{
-}
+AppDelegate::AppDelegate(const std::optional<QString> &identity) : m_identity(identity) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -22,7 +18,7 @@ void AppDelegate::applicationDidFinishLaunching()
         startTray();
         return;
     }
-    SingleInstance::claim(m_bus, *m_identity, this, [this](bool ours) {
+    SingleInstance::claim(*m_identity, this, [this](bool ours) {
         // Another instance is neither activated nor told; this one just leaves.
         if (ours)
             startTray();
@@ -35,7 +31,7 @@ void AppDelegate::startTray()
 {
     m_statusItemController = std::make_unique<StatusItemController>(
         // A bare executable shows under the product's id too: panels keep their settings by it.
-        createStatusItem(m_bus, m_identity.value_or(QString::fromLatin1(ApplicationIdentity::id))), DaemonClient(),
+        createStatusItem(m_identity.value_or(QString::fromLatin1(ApplicationIdentity::id))), DaemonClient(),
         [](const QUrl &url) { QDesktopServices::openUrl(url); });
     connect(m_statusItemController.get(), &StatusItemController::quitRequested, this, &AppDelegate::terminateRequested);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QDBusConnection>
 #include <QObject>
 
 #include <memory>
@@ -18,8 +17,8 @@ class AppDelegate : public QObject
 
 public:
     /// `identity` is the application's identity, none for a bare executable, which skips the
-    /// single-instance rule; `bus` is the session bus the desktop is reached through.
-    AppDelegate(const std::optional<QString> &identity, const QDBusConnection &bus);
+    /// single-instance rule.
+    explicit AppDelegate(const std::optional<QString> &identity);
     ~AppDelegate() override;
 
     /// Makes the controller, once no other instance turns out to run; returns at once.
@@ -36,7 +35,6 @@ private:
     void startTray();
 
     std::optional<QString> m_identity;
-    QDBusConnection m_bus;
     std::unique_ptr<StatusItemController> m_statusItemController;
 };
 

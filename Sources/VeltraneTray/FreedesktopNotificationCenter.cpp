@@ -101,9 +101,9 @@ void FreedesktopNotificationCenter::deliver(const NotificationRequest &request, 
             });
 }
 
-std::shared_ptr<NotificationCenter> createNotificationCenter(const QDBusConnection &bus, const QString &identity)
+std::shared_ptr<NotificationCenter> createNotificationCenter(const QString &identity)
 {
-    return std::make_shared<FreedesktopNotificationCenter>(bus, identity);
+    return std::make_shared<FreedesktopNotificationCenter>(QDBusConnection::sessionBus(), identity);
 }
 
 } // namespace Veltrane

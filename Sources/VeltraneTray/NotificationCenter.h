@@ -6,8 +6,6 @@
 #include <memory>
 #include <optional>
 
-class QDBusConnection;
-
 namespace Veltrane {
 
 /// One notice, shown at once.
@@ -34,7 +32,7 @@ public:
 };
 
 /// This platform's service for the app with identity `identity`: the desktop's notification
-/// server on `bus` (Linux), or the user notification centre (macOS, which needs no bus).
-std::shared_ptr<NotificationCenter> createNotificationCenter(const QDBusConnection &bus, const QString &identity);
+/// server on the session bus (Linux), or the user notification centre (macOS).
+std::shared_ptr<NotificationCenter> createNotificationCenter(const QString &identity);
 
 } // namespace Veltrane

@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -14,9 +15,9 @@ constexpr uint primaryOwner = 1;
 constexpr uint alreadyOwner = 4;
 } // namespace
 
-void claim(const QDBusConnection &bus, const QString &identity, QObject *context,
-           std::function<void(bool ours)> decided)
+void claim(const QString &identity, QObject *context, std::function<void(bool ours)> decided)
 {
+    const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         QTimer::singleShot(0, context, [decided] { decided(true); });
         return;

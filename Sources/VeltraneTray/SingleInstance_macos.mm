@@ -7,9 +7,8 @@
 namespace Veltrane::SingleInstance {
 
 // macOS keeps the list of running applications by bundle identifier; the list includes this
-// process, so a second entry is another instance. No bus is involved.
-void claim(const QDBusConnection & /*bus*/, const QString &identity, QObject *context,
-           std::function<void(bool ours)> decided)
+// process, so a second entry is another instance.
+void claim(const QString &identity, QObject *context, std::function<void(bool ours)> decided)
 {
     bool ours = true;
     @autoreleasepool {

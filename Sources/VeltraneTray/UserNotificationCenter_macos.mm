@@ -44,7 +44,7 @@ public:
 
 } // namespace
 
-std::shared_ptr<NotificationCenter> createNotificationCenter(const QDBusConnection &, const QString &)
+std::shared_ptr<NotificationCenter> createNotificationCenter(const QString &)
 {
     return std::make_shared<UserNotificationCenter>();
 }
