@@ -10,7 +10,6 @@
 #include "SimulatorServer.h"
 #include "StatusItemController.h"
 #include "StatusNotifierItem.h"
-#include "SystemTrayStatusItem.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -20,6 +19,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtEndian>
@@ -32,6 +32,19 @@ using Simulator::SimulatedDaemon;
 using Simulator::SimulatorServer;
 
 namespace {
+
+// The baseline: Qt's own tray icon, which on Linux is a StatusNotifierItem of Qt's.
+class QtTrayItem : public StatusItem
+{
+public:
+    QtTrayItem() { m_trayIcon.show(); }
+    void setMenu(QMenu *menu) override { m_trayIcon.setContextMenu(menu); }
+    void setIcon(const QIcon &icon) override { m_trayIcon.setIcon(icon); }
+    void setToolTip(const QString &toolTip) override { m_trayIcon.setToolTip(toolTip); }
+
+private:
+    QSystemTrayIcon m_trayIcon;
+};
 
 constexpr int unchangedPolls = 4;
 constexpr int stateChanges = 4;
@@ -124,7 +137,7 @@ std::optional<Measurement> measure(bool ownItem)
     if (ownItem)
         item = std::make_unique<StatusNotifierItem>(QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs);
     else
-        item = std::make_unique<SystemTrayStatusItem>();
+        item = std::make_unique<QtTrayItem>();
     StatusItemController controller(std::move(item), DaemonClient(dir.filePath(u"daemon.sock"_qs)), [](const QUrl &) {});
 
     // Settled: registered, and the panel has read the item and its menu.

@@ -1,6 +1,7 @@
 #include "PeersWindowController.h"
 
 #include "Appearance.h"
+#include "ApplicationShell.h"
 #include "CaretRest.h"
 #include "ElidedLabel.h"
 #include "PeerTableView.h"
@@ -188,24 +189,9 @@ void PeersWindowController::showWindow(const QString &activationToken)
         listStatus(m_pendingStatus->snapshot, m_pendingStatus->state);
         m_pendingStatus.reset();
     }
-    if (!m_window->isVisible()) {
+    if (!m_window->isVisible())
         m_searchField->setFocus();
-    } else if (activationToken.isEmpty() && !m_window->isActiveWindow()) {
-        // Without a token a compositor may refuse the activation, or only mark the window urgent
-        // on a workspace the user is not looking at; a window mapped anew opens on the current
-        // workspace, in front and focused.
-        m_window->hide();
-    }
-    if (m_window->isMinimized())
-        m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
-    m_window->show();
-    m_window->raise();
-    // Qt's Wayland shell hands this variable's token to the compositor when the window asks to be
-    // activated; it must not outlive that request, nor reach a process the app starts.
-    if (!activationToken.isEmpty())
-        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
-    m_window->activateWindow();
-    qunsetenv("XDG_ACTIVATION_TOKEN");
+    ApplicationShell::bringToFront(m_window.get(), activationToken);
 }
 
 // Down in the search field goes on into the table, selecting its current row when none is.

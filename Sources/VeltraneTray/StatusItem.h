@@ -4,7 +4,6 @@
 
 #include <memory>
 
-class QDBusConnection;
 class QIcon;
 class QMenu;
 
@@ -12,7 +11,8 @@ namespace Veltrane {
 
 /// The tray's presence on the desktop as the status menu controller sees it: an icon, a tooltip
 /// and a menu that opens when the item is clicked. The menu is drawn by the platform or by a tray
-/// host from an exported description, never by Qt's widgets, so its rows are texts and icons.
+/// host, never by Qt's widgets: a native macOS menu can host widget rows, a tray host's drawing of
+/// an exported description shows only texts and icons.
 class StatusItem
 {
 public:
@@ -23,14 +23,16 @@ public:
     virtual void setIcon(const QIcon &icon) = 0;
     virtual void setToolTip(const QString &toolTip) = 0;
 
+    /// Whether the menu shows a row's own widget (a `QWidgetAction`); if not, rows are texts.
+    virtual bool showsWidgetRows() const { return false; }
+
     /// The activation token the desktop handed over with the latest click on the item or one of
     /// its rows, given out once: a window shown for that click brings itself to the front with
     /// it. Empty where the desktop gives none.
     virtual QString takeActivationToken() { return {}; }
 };
 
-/// This platform's status item, for the application with identity `id`; `bus` is the session bus
-/// where the desktop's tray host is reached, on platforms that have one.
-std::unique_ptr<StatusItem> createStatusItem(const QDBusConnection &bus, const QString &id);
+/// This platform's status item, for the application with identity `id`.
+std::unique_ptr<StatusItem> createStatusItem(const QString &id);
 
 } // namespace Veltrane

@@ -7,6 +7,7 @@
 
 #include <QMenu>
 #include <QUrl>
+#include <QWidgetAction>
 
 namespace Veltrane {
 
@@ -71,10 +72,10 @@ StatusItemController::~StatusItemController() = default;
 // rows are shown and hidden, never added later.
 void StatusItemController::buildMenu()
 {
-    m_menu->addActions(m_headerView->textForm());
+    addViewRows(m_headerView.get(), m_headerView->textForm());
     m_menu->addSeparator();
     m_toggleItem = addCommandRow(u"Connect"_qs, &StatusItemController::onToggleConnect);
-    m_menu->addActions(m_deviceView->textForm());
+    m_deviceItem = addViewRows(m_deviceView.get(), m_deviceView->textForm());
     m_peersItem = addCommandRow(u"Peers\u2026"_qs, &StatusItemController::onShowPeers);
     m_loginItem = addCommandRow(u"Log in\u2026"_qs, &StatusItemController::onLogin);
     m_logoutItem = addCommandRow(u"Log out"_qs, &StatusItemController::onLogout);
@@ -85,6 +86,20 @@ void StatusItemController::buildMenu()
 QAction *StatusItemController::addCommandRow(const QString &title, void (StatusItemController::*action)())
 {
     return m_menu->addAction(title, this, action);
+}
+
+// A view's row as the view itself, disabled, where the menu shows widgets; else as its text form.
+QList<QAction *> StatusItemController::addViewRows(QWidget *view, const QList<QAction *> &textForm)
+{
+    if (!m_statusItem->showsWidgetRows()) {
+        m_menu->addActions(textForm);
+        return textForm;
+    }
+    auto *row = new QWidgetAction(m_menu.get());
+    row->setDefaultWidget(view);
+    row->setEnabled(false);
+    m_menu->addAction(row);
+    return {row};
 }
 
 void StatusItemController::poll()
@@ -123,8 +138,8 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
     m_toggleItem->setEnabled(reachable && !m_commandInFlight);
 
     const bool connected = state == TrayState::Connected;
-    for (QAction *line : m_deviceView->textForm())
-        line->setVisible(connected);
+    for (QAction *row : std::as_const(m_deviceItem))
+        row->setVisible(connected);
     if (connected && snapshot) {
         const std::optional<QString> &owner = snapshot->isTagged == true ? snapshot->ownerTag : snapshot->userEmail;
         m_deviceView->setDevice(snapshot->selfFqdn.value_or(QString()), snapshot->assignedIp.value_or(QString()),

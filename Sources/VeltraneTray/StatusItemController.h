@@ -61,6 +61,7 @@ Q_SIGNALS:
 private:
     void buildMenu();
     QAction *addCommandRow(const QString &title, void (StatusItemController::*action)());
+    QList<QAction *> addViewRows(QWidget *view, const QList<QAction *> &textForm);
     void poll();
     void applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state);
     void runCommand(const QString &command, double timeoutSeconds,
@@ -69,9 +70,12 @@ private:
     DaemonClient m_client;
     UrlOpener m_openUrl;
     std::unique_ptr<QMenu> m_menu;
+    // Declared after the menu, so destroyed before it: a widget row's action lets go of a view
+    // that is gone.
     std::unique_ptr<MenuHeaderView> m_headerView;
     std::unique_ptr<MenuDeviceView> m_deviceView;
     std::unique_ptr<StatusItem> m_statusItem;
+    QList<QAction *> m_deviceItem; // the device row: its widget, or its two lines of text
     QAction *m_toggleItem = nullptr;
     QAction *m_peersItem = nullptr;
     QAction *m_loginItem = nullptr;

@@ -2,6 +2,7 @@
 // the user opens one, and quitting is the menu's "Quit Veltrane".
 #include "AppDelegate.h"
 #include "ApplicationIdentity.h"
+#include "ApplicationShell.h"
 #include "IconFactory.h"
 #include "NotificationCenter.h"
 #include "Notify.h"
@@ -17,14 +18,14 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(u"veltrane-tray"_qs);
     QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit
     QApplication::setWindowIcon(IconFactory::logoIcon());
+    ApplicationShell::prepare();
     const std::optional<QString> identity = ApplicationIdentity::detect(QApplication::applicationDirPath());
     if (identity)
         QGuiApplication::setDesktopFileName(*identity);
 
-    const QDBusConnection bus = QDBusConnection::sessionBus();
     // Without an identity notices go to the log, and no notification service is needed.
-    Notify::install(identity, identity ? createNotificationCenter(bus, *identity) : nullptr);
-    AppDelegate delegate(identity, bus);
+    Notify::install(identity, identity ? createNotificationCenter(*identity) : nullptr);
+    AppDelegate delegate(identity);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);

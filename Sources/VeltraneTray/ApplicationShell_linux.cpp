@@ -1,0 +1,30 @@
+#include "ApplicationShell.h"
+
+#include <QWidget>
+
+namespace Veltrane::ApplicationShell {
+
+// A Linux desktop shows an app in its task bar only by its windows: nothing to change.
+void prepare() {}
+
+void bringToFront(QWidget *window, const QString &activationToken)
+{
+    if (window->isVisible() && activationToken.isEmpty() && !window->isActiveWindow()) {
+        // Without a token a compositor may refuse the activation, or only mark the window urgent
+        // on a workspace the user is not looking at; a window mapped anew opens on the current
+        // workspace, in front and focused.
+        window->hide();
+    }
+    if (window->isMinimized())
+        window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    window->show();
+    window->raise();
+    // Qt's Wayland shell hands this variable's token to the compositor when the window asks to be
+    // activated; it must not outlive that request, nor reach a process the app starts.
+    if (!activationToken.isEmpty())
+        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+    window->activateWindow();
+    qunsetenv("XDG_ACTIVATION_TOKEN");
+}
+
+} // namespace Veltrane::ApplicationShell
