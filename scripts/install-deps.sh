@@ -7,6 +7,7 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
     libsimdjson-dev libbenchmark-dev
     clang libclang-rt-dev
+    gnustep-make libgnustep-gui-dev libblocksruntime-dev
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
     xfce4-panel xfwm4 xfconf xdotool imagemagick
     at-spi2-core python3-pyatspi python3-dbus strace
