@@ -3,11 +3,11 @@
 
 Usage: check-portability.py COMPILE_COMMANDS --shared FILE… --macos FILE…
 
-Every shared source is compiled as the build compiles it, with Tests/Portability/linux-only.h
+Every shared source is compiled as the build compiles it, with Tools/Portability/linux-only.h
 forced in first, so a Linux-only call of the C library is an error. Every macOS-only source is
 parsed by clang as the Mac would parse it: Objective-C++ against GNUstep's AppKit and Foundation,
 Qt's own headers with their Darwin-only declarations switched on, and the small stand-ins of
-Tests/Portability/macos-stand-ins for what neither provides. Warnings are errors there, so an
+Tools/Portability/macos-stand-ins for what neither provides. Warnings are errors there, so an
 undeclared selector fails as it would under ARC. Nothing is linked or run: a Mac has to do that.
 """
 import argparse
@@ -19,7 +19,7 @@ import subprocess
 import sys
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-PORTABILITY = os.path.join(ROOT, "Tests", "Portability")
+PORTABILITY = os.path.join(ROOT, "Tools", "Portability")
 
 
 def shared_command(entry):

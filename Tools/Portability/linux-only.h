@@ -1,4 +1,4 @@
-// Forced into every shared source by the portability check: the Linux-only names of the C library
+// Forced into every shared source by scripts/check-portability.py: the Linux-only names of the C library
 // become errors, so code built on both platforms cannot come to use them. The system headers that
 // declare them come first, as they may be included anywhere later.
 #pragma once
