@@ -16,7 +16,7 @@ set_target_properties(veltrane-tray PROPERTIES
 find_program(MACDEPLOYQT macdeployqt HINTS ${QT6_INSTALL_PREFIX}/${QT6_INSTALL_BINS} REQUIRED)
 find_program(CODESIGN codesign REQUIRED)
 install(CODE "
-    set(app \"\${CMAKE_INSTALL_PREFIX}/Veltrane.app\")
+    set(app \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/Veltrane.app\")
     execute_process(COMMAND \"${MACDEPLOYQT}\" \"\${app}\" -always-overwrite COMMAND_ERROR_IS_FATAL ANY)
     execute_process(COMMAND \"${CODESIGN}\" --force --deep --sign - \"\${app}\" COMMAND_ERROR_IS_FATAL ANY)
 " COMPONENT tray)
