@@ -3,12 +3,13 @@
 
 Usage: check-portability.py COMPILE_COMMANDS --shared FILE… --macos FILE…
 
-Every shared source is compiled as the build compiles it, with Tools/Portability/linux-only.h
-forced in first, so a Linux-only call of the C library is an error. Every macOS-only source is
-parsed by clang as the Mac would parse it: Objective-C++ against GNUstep's AppKit and Foundation,
-Qt's own headers with their Darwin-only declarations switched on, and the small stand-ins of
-Tools/Portability/macos-stand-ins for what neither provides. Warnings are errors there, so an
-undeclared selector fails as it would under ARC. Nothing is linked or run: a Mac has to do that.
+Every shared source is compiled as the build compiles it, but without QtDBus and with
+Tools/Portability/linux-only.h forced in first, so a Linux-only call of the C library, or D-Bus,
+is an error. Every macOS-only source is parsed by clang as the Mac would parse it: Objective-C++
+against GNUstep's AppKit and Foundation, Qt's own headers with their Darwin-only declarations
+switched on, and the small stand-ins of Tools/Portability/macos-stand-ins for what neither
+provides. Warnings are errors there, so an undeclared selector fails as it would under ARC.
+Nothing is linked or run: a Mac has to do that.
 """
 import argparse
 import concurrent.futures
@@ -22,11 +23,21 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PORTABILITY = os.path.join(ROOT, "Tools", "Portability")
 
 
+def without_dbus(words):
+    """The words of a command without QtDBus, which the Mac build neither links nor includes."""
+    kept = []
+    for word in words:
+        if kept and kept[-1] in ("-I", "-isystem") and word.endswith("/QtDBus"):
+            kept.pop()
+        elif not (word.endswith("/QtDBus") or word == "-DQT_DBUS_LIB"):
+            kept.append(word)
+    return kept
+
+
 def shared_command(entry):
     """The build's own command for one file, checking only, with the Linux-only names poisoned."""
-    words = shlex.split(entry["command"])
     kept, skip = [], False
-    for word in words:
+    for word in without_dbus(shlex.split(entry["command"])):
         if skip:
             skip = False
         elif word in ("-o", "-MF", "-MT", "-MQ"):
@@ -38,7 +49,7 @@ def shared_command(entry):
 
 def search_flags(entry):
     """The include directories and definitions of one of the build's commands."""
-    words, flags = shlex.split(entry["command"]), []
+    words, flags = without_dbus(shlex.split(entry["command"])), []
     for at, word in enumerate(words):
         if word in ("-I", "-isystem") and at + 1 < len(words):
             flags += [word, words[at + 1]]
@@ -79,7 +90,7 @@ def main():
     # The app's entry is built with every include directory of the core and the UI.
     entry_point = next(e for p, e in entries.items() if p.endswith(os.path.join("VeltraneTray", "main.cpp")))
     flags = search_flags(entry_point)
-    for path in options.macos:
+    for path in map(os.path.abspath, options.macos):
         commands[path] = (macos_command(path, flags), entry_point["directory"])
 
     def check(item):
