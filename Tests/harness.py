@@ -159,11 +159,11 @@ def replying(reply):
 class App:
     """The installed app, reached through its bus name, read and clicked as a panel does."""
 
-    def __init__(self, prefix, socket_dir, wrapper=(), environment=None):
+    def __init__(self, prefix, socket_dir, wrapper=(), environment=None, arguments=()):
         env = dict(os.environ, QT_QPA_PLATFORM="xcb", **(environment or {}))
         self.log = []  # the app's log lines
         self.process = subprocess.Popen([os.path.join(SOURCE, "scripts/with-daemon-socket.sh"), socket_dir, *wrapper,
-                                         os.path.join(prefix, "bin/veltrane-tray")], env=env,
+                                         os.path.join(prefix, "bin/veltrane-tray"), *arguments], env=env,
                                         stderr=subprocess.PIPE, text=True)
         threading.Thread(target=lambda: self.log.extend(line.rstrip("\n") for line in self.process.stderr),
                          daemon=True).start()
@@ -230,8 +230,8 @@ class App:
 class Session:
     """A desktop, a daemon and the app, in that order; a context that ends them all."""
 
-    def __init__(self, prefix, simulator=None, options=(), desktop=(), wrapper=(), environment=None):
-        """`options` None: no daemon at the start; `desktop`: desktop.py's options."""
+    def __init__(self, prefix, simulator=None, options=(), desktop=(), wrapper=(), environment=None, arguments=()):
+        """`options` None: no daemon at the start; `desktop`: desktop.py's options; `arguments` the app's."""
         self.prefix, self.program = prefix, simulator
         self.work = tempfile.mkdtemp()
         self.socket_dir = os.path.join(self.work, "run")
@@ -240,7 +240,7 @@ class Session:
         self.requests = []
         self.desktop = Desktop(desktop)
         self.daemon = self.simulator(*options) if options is not None else None
-        self.app = App(prefix, self.socket_dir, wrapper, environment)
+        self.app = App(prefix, self.socket_dir, wrapper, environment, arguments)
 
     def simulator(self, *options, path=None):
         return Simulator(self.program, path or self.socket, *options, requests=self.requests)

@@ -107,7 +107,8 @@ def main():
 
     # The notification server comes late too, and reads markup.
     late = ["--no-panel", "--late-host", "--no-notifications", "--capabilities=body,body-markup"]
-    with Session(PREFIX, SIMULATOR, options=None, desktop=late, environment=environment) as session:
+    with Session(PREFIX, SIMULATOR, options=None, desktop=late, environment=environment,
+                 arguments=["--autostart"]) as session:
         app, desktop = session.app, session.desktop
         time.sleep(2.5)
         desktop.start("panel")  # its host comes later, as waybar's does
@@ -155,8 +156,9 @@ def main():
         app.click("Peers\u2026")
         check(within(lambda: shown("--name", "^Veltrane \u2014 Peers$"), 12), "Peers\u2026 shows the peers window")
         second = subprocess.run([os.path.join(PREFIX, "bin/veltrane-tray")], timeout=20)
-        check(second.returncode == 0 and app.process.poll() is None and len(desktop.registered) == 2,
-              "a second start leaves at once; the first runs on")
+        check(second.returncode == 0 and app.process.poll() is None and len(desktop.registered) == 2
+              and within(lambda: shown("--name", "^Veltrane$"), 5),
+              "a second start leaves at once; the first runs on and shows its menu as a window")
         app.click("Disconnect")
         check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12), "Disconnect")
         check(desktop.notices == [SIGNED_IN] and desktop.questions == 1,

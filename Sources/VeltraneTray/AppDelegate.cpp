@@ -8,7 +8,22 @@
 
 namespace Veltrane {
 
-AppDelegate::AppDelegate(const std::optional<QString> &identity) : m_identity(identity) {}
+namespace {
+
+// Started by hand, the user is looking for the app: a desktop without status items shows its
+// window as soon as the bus has said whether a panel is there. Started at login, the panel may
+// come later than the app (Plasma and GNOME Shell can take many seconds on a loaded laptop), so
+// the window waits for it this long.
+constexpr std::chrono::milliseconds userLaunchBound{1500};
+constexpr std::chrono::milliseconds loginLaunchBound{30000};
+
+} // namespace
+
+AppDelegate::AppDelegate(const std::optional<QString> &identity, Launch launch)
+    : m_identity(identity)
+    , m_launch(launch)
+{
+}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -18,13 +33,19 @@ void AppDelegate::applicationDidFinishLaunching()
         startTray();
         return;
     }
-    SingleInstance::claim(*m_identity, this, [this](bool ours) {
-        // Another instance is neither activated nor told; this one just leaves.
-        if (ours)
-            startTray();
-        else
-            Q_EMIT terminateRequested();
-    });
+    SingleInstance::claim(
+        *m_identity, this,
+        [this](bool ours) {
+            // The instance that runs has been asked to come forward; this one just leaves.
+            if (ours)
+                startTray();
+            else
+                Q_EMIT terminateRequested();
+        },
+        [this](const QString &activationToken) {
+            if (m_statusItemController)
+                m_statusItemController->showMenuWindow(activationToken);
+        });
 }
 
 void AppDelegate::startTray()
@@ -34,6 +55,8 @@ void AppDelegate::startTray()
         createStatusItem(m_identity.value_or(QString::fromLatin1(ApplicationIdentity::id))), DaemonClient(),
         [](const QUrl &url) { QDesktopServices::openUrl(url); });
     connect(m_statusItemController.get(), &StatusItemController::quitRequested, this, &AppDelegate::terminateRequested);
+    m_statusItemController->showMenuWindowUnlessItemShownWithin(m_launch == Launch::AtLogin ? loginLaunchBound
+                                                                                             : userLaunchBound);
 }
 
 } // namespace Veltrane

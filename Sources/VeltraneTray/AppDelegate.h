@@ -16,9 +16,12 @@ class AppDelegate : public QObject
     Q_OBJECT
 
 public:
+    /// How the app was started: by the user, or by the session at login (its autostart entry).
+    enum class Launch { ByUser, AtLogin };
+
     /// `identity` is the application's identity, none for a bare executable, which skips the
     /// single-instance rule.
-    explicit AppDelegate(const std::optional<QString> &identity);
+    AppDelegate(const std::optional<QString> &identity, Launch launch);
     ~AppDelegate() override;
 
     /// Makes the controller, once no other instance turns out to run; returns at once.
@@ -35,6 +38,7 @@ private:
     void startTray();
 
     std::optional<QString> m_identity;
+    Launch m_launch;
     std::unique_ptr<StatusItemController> m_statusItemController;
 };
 

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class QIcon;
@@ -25,6 +26,11 @@ public:
 
     /// Whether the menu shows a row's own widget (a `QWidgetAction`); if not, rows are texts.
     virtual bool showsWidgetRows() const { return false; }
+
+    /// Calls `changed` whenever it becomes known whether the desktop can show the item: on Linux,
+    /// whether a panel's watcher is there, told once at start and at every change. A menu bar
+    /// always shows it, and never calls.
+    virtual void onShownChanged(std::function<void(bool shown)> changed) { Q_UNUSED(changed); }
 
     /// The activation token the desktop handed over with the latest click on the item or one of
     /// its rows, given out once: a window shown for that click brings itself to the front with

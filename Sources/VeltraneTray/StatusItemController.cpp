@@ -1,7 +1,9 @@
 #include "StatusItemController.h"
 
+#include "ApplicationShell.h"
 #include "IconFactory.h"
 #include "MenuViews.h"
+#include "MenuWindow.h"
 #include "Notify.h"
 #include "PeersWindowController.h"
 
@@ -64,6 +66,35 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
             poll();
     });
     m_pollTimer.start();
+
+    m_menuWindowBound.setSingleShot(true);
+    connect(&m_menuWindowBound, &QTimer::timeout, this, [this] {
+        if (m_itemShown != true)
+            showMenuWindow();
+    });
+    // A window shown stays until the user closes it; only its line about status icons follows.
+    m_statusItem->onShownChanged([this](bool shown) {
+        m_itemShown = shown;
+        if (m_menuWindow)
+            m_menuWindow->setNoTrayHintShown(!shown);
+    });
+}
+
+void StatusItemController::showMenuWindow(const QString &activationToken)
+{
+    m_menuWindowBound.stop();
+    if (!m_menuWindow) {
+        m_menuWindow = std::make_unique<MenuWindow>(
+            m_menu.get(), QList<MenuWindow::ViewRow>{{m_headerView.get(), m_headerView->textForm()},
+                                                      {m_deviceView.get(), m_deviceView->textForm()}});
+    }
+    m_menuWindow->setNoTrayHintShown(m_itemShown == false);
+    ApplicationShell::bringToFront(m_menuWindow.get(), activationToken);
+}
+
+void StatusItemController::showMenuWindowUnlessItemShownWithin(std::chrono::milliseconds bound)
+{
+    m_menuWindowBound.start(bound);
 }
 
 StatusItemController::~StatusItemController() = default;
@@ -229,6 +260,8 @@ void StatusItemController::onQuit()
     m_pollTimer.stop();
     if (m_peersWindow)
         m_peersWindow->window()->close();
+    if (m_menuWindow)
+        m_menuWindow->close();
     Q_EMIT quitRequested();
 }
 

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -19,6 +20,7 @@ namespace Veltrane {
 
 class MenuDeviceView;
 class MenuHeaderView;
+class MenuWindow;
 class PeersWindowController;
 
 /// The tray's main loop: it owns the status item and its menu, asks the daemon for its status every
@@ -46,6 +48,15 @@ public:
     StatusItemController(std::unique_ptr<StatusItem> statusItem, const DaemonClient &client, UrlOpener openUrl,
                          int pollInterval = pollIntervalMilliseconds);
     ~StatusItemController() override;
+
+    /// Shows the menu as a small window, in front, with the desktop's `activationToken` for the
+    /// launch that asked for it (empty where there is none). For a desktop without status items,
+    /// or a user who cannot find the icon.
+    void showMenuWindow(const QString &activationToken = {});
+
+    /// Shows the menu window once `bound` has passed, unless by then the desktop has been seen
+    /// able to show the status item.
+    void showMenuWindowUnlessItemShownWithin(std::chrono::milliseconds bound);
 
 public Q_SLOTS:
     void onToggleConnect();
@@ -89,6 +100,9 @@ private:
     std::optional<DaemonStatusSnapshot> m_lastSnapshot;
     TrayState m_lastState = TrayState::DaemonUnreachable;
     std::unique_ptr<PeersWindowController> m_peersWindow;
+    std::unique_ptr<MenuWindow> m_menuWindow; // made when first shown
+    std::optional<bool> m_itemShown; // whether the desktop can show the status item, once known
+    QTimer m_menuWindowBound;
 };
 
 } // namespace Veltrane

@@ -103,6 +103,11 @@ void StatusNotifierItem::SecondaryActivate(int, int) {}
 
 void StatusNotifierItem::Scroll(int, const QString &) {}
 
+void StatusNotifierItem::onShownChanged(std::function<void(bool)> changed)
+{
+    connect(&m_watch, &StatusNotifierWatch::presenceChanged, this, std::move(changed));
+}
+
 void StatusNotifierItem::ProvideXdgActivationToken(const QString &token) { m_activationToken = token; }
 
 } // namespace Veltrane

@@ -71,6 +71,7 @@ public:
     void setIcon(const QIcon &icon) override;
     void setToolTip(const QString &toolTip) override;
     QString takeActivationToken() override { return std::exchange(m_activationToken, {}); }
+    void onShownChanged(std::function<void(bool shown)> changed) override;
 
     QString category() const { return u"ApplicationStatus"_qs; }
     QString id() const { return m_id; }

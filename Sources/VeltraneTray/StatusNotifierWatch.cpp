@@ -31,16 +31,23 @@ StatusNotifierWatch::StatusNotifierWatch(const QDBusConnection &bus, QObject *pa
         finished->deleteLater();
         const QDBusPendingReply<QString> reply = *finished;
         // No owner is an error reply: the owner watch reports the watcher when it comes.
-        if (!reply.isError())
+        if (reply.isError())
+            Q_EMIT presenceChanged(false);
+        else
             ownerSeen(reply.value());
     });
 }
 
 void StatusNotifierWatch::ownerSeen(const QString &owner)
 {
-    if (owner.isEmpty() || owner == m_owner)
+    if (owner == m_owner)
         return;
     m_owner = owner;
+    Q_EMIT presenceChanged(!owner.isEmpty());
+    if (owner.isEmpty()) {
+        m_hostBound.stop();
+        return;
+    }
     m_told = false;
     m_hostBound.start();
     QDBusMessage ask = QDBusMessage::createMethodCall(owner, watcherPath, u"org.freedesktop.DBus.Properties"_qs,

@@ -31,6 +31,9 @@ public:
 Q_SIGNALS:
     /// A watcher with a host is on the bus under `owner`, its unique connection name.
     void watcherAppeared(const QString &owner);
+    /// Whether a watcher owns its name: told once the bus has answered at start, then at every
+    /// change. A watcher is a panel's, so without one the desktop shows no status items.
+    void presenceChanged(bool present);
 
 private Q_SLOTS:
     void tellOnce();

@@ -25,7 +25,9 @@ int main(int argc, char *argv[])
 
     // Without an identity notices go to the log, and no notification service is needed.
     Notify::install(identity, identity ? createNotificationCenter(*identity) : nullptr);
-    AppDelegate delegate(identity);
+    // The autostart entry says so in its Exec line; nothing else is read from the command line.
+    const bool atLogin = QApplication::arguments().contains(u"--autostart"_qs);
+    AppDelegate delegate(identity, atLogin ? AppDelegate::Launch::AtLogin : AppDelegate::Launch::ByUser);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
