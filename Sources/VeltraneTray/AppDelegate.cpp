@@ -14,7 +14,7 @@ namespace {
 // window as soon as the bus has said whether a panel is there. Started at login, the panel may
 // come later than the app (Plasma and GNOME Shell can take many seconds on a loaded laptop), so
 // the window waits for it this long.
-constexpr std::chrono::milliseconds userLaunchBound{1500};
+constexpr std::chrono::milliseconds userLaunchBound{1000};
 constexpr std::chrono::milliseconds loginLaunchBound{30000};
 
 } // namespace
