@@ -28,9 +28,9 @@ public:
     virtual bool showsWidgetRows() const { return false; }
 
     /// Calls `changed` whenever it becomes known whether the desktop can show the item: on Linux,
-    /// whether a panel's watcher is there, told once at start and at every change. A menu bar
-    /// always shows it, and never calls.
-    virtual void onShownChanged(std::function<void(bool shown)> changed) { Q_UNUSED(changed); }
+    /// whether a panel's watcher is there, told once the bus has answered and at every change. A
+    /// menu bar always shows it: told so at once, and never again.
+    virtual void onShownChanged(std::function<void(bool shown)> changed) { changed(true); }
 
     /// The activation token the desktop handed over with the latest click on the item or one of
     /// its rows, given out once: a window shown for that click brings itself to the front with
