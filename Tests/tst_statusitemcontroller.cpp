@@ -5,6 +5,7 @@
 #include "SimulatorServer.h"
 #include "StatusItemController.h"
 
+#include <QApplication>
 #include <QMenu>
 #include <QMutex>
 #include <QTemporaryDir>
@@ -15,7 +16,8 @@ using namespace Veltrane;
 
 namespace {
 
-// A status item that keeps only its tooltip, which names the state applied last.
+// A status item that keeps only its tooltip, which names the state applied last; like a menu bar's,
+// the desktop always shows it.
 class RecordingStatusItem : public StatusItem
 {
 public:
@@ -27,6 +29,21 @@ public:
 private:
     QString *m_toolTip;
 };
+
+// An item no panel shows.
+class UnseenStatusItem : public RecordingStatusItem
+{
+public:
+    using RecordingStatusItem::RecordingStatusItem;
+    void onShownChanged(std::function<void(bool)> changed) override { changed(false); }
+};
+
+bool menuWindowShown()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    return std::any_of(windows.cbegin(), windows.cend(),
+                       [](QWidget *w) { return w->isVisible() && w->windowTitle() == u"Veltrane"_qs; });
+}
 
 } // namespace
 
@@ -84,6 +101,23 @@ private Q_SLOTS:
         QCOMPARE(sent(u"login_via_link"_qs), QList<double>{70});
         QCOMPARE(sent(u"get_status"_qs), QList<double>(5, 5));
         QCOMPARE(limits.size(), 9);
+    }
+
+    // The menu comes as a window after the bound only where the desktop cannot show the item: a
+    // menu bar always can.
+    void showsTheMenuWindowOnlyWithoutAnItem()
+    {
+        for (const bool itemShown : {true, false}) {
+            QString toolTip;
+            std::unique_ptr<StatusItem> item = itemShown ? std::make_unique<RecordingStatusItem>(&toolTip)
+                                                         : std::make_unique<UnseenStatusItem>(&toolTip);
+            StatusItemController controller(std::move(item),
+                                            DaemonClient(u"/nonexistent/daemon.sock"_qs), [](const QUrl &) {},
+                                            60 * 60 * 1000);
+            controller.showMenuWindowUnlessItemShownWithin(std::chrono::milliseconds(50));
+            QTest::qWait(200);
+            QCOMPARE(menuWindowShown(), !itemShown);
+        }
     }
 };
 
