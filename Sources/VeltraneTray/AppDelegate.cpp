@@ -10,10 +10,10 @@ namespace Veltrane {
 
 namespace {
 
-// Started by hand, the user is looking for the app: a desktop without status items shows its
-// window as soon as the bus has said whether a panel is there. Started at login, the panel may
-// come later than the app (Plasma and GNOME Shell can take many seconds on a loaded laptop), so
-// the window waits for it this long.
+// Started by hand, the user is looking for the app: on a desktop without status items its window
+// shows after a second, by when the bus has long said whether a panel is there. Started at login,
+// the panel may come later than the app (Plasma and GNOME Shell can take many seconds on a loaded
+// laptop), so the window waits for it this long.
 constexpr std::chrono::milliseconds userLaunchBound{1000};
 constexpr std::chrono::milliseconds loginLaunchBound{30000};
 
