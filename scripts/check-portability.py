@@ -58,19 +58,21 @@ def search_flags(entry):
     return flags
 
 
-def macos_command(path, flags):
-    darwin = ["clang++", "-std=c++20", "-fsyntax-only", "-Werror", "-Wno-macro-redefined",
-              "-DQ_OS_DARWIN", "-DQ_OS_MACOS", "-I" + os.path.join(PORTABILITY, "macos-stand-ins")]
-    if not path.endswith(".mm"):
-        return darwin + flags + [path]
+def objective_cxx_flags():
+    """How clang parses an Objective-C++ file against GNUstep's AppKit, as a Mac would parse it."""
     gnustep = subprocess.run(["gnustep-config", "--objc-flags"], capture_output=True, text=True, check=True)
     objc = [w for w in gnustep.stdout.split() if w.startswith(("-D", "-I/"))]
     # GNUstep on Debian is built on GCC's Objective-C runtime, whose headers sit with GCC's own.
     runtime = subprocess.run(["gcc", "-print-file-name=include"], capture_output=True, text=True, check=True)
-    objc += ["-idirafter", runtime.stdout.strip()]
-    return darwin + ["-x", "objective-c++", "-fobjc-runtime=gcc", "-fblocks", "-fobjc-exceptions",
-                     "-I" + os.path.join(PORTABILITY, "gnustep-glue"), *objc,
-                     "-include", os.path.join(PORTABILITY, "macos-stand-ins", "AppKitStandIns.h")] + flags + [path]
+    return ["-x", "objective-c++", "-fobjc-runtime=gcc", "-fblocks", "-fobjc-exceptions",
+            "-I" + os.path.join(PORTABILITY, "gnustep-glue"), *objc, "-idirafter", runtime.stdout.strip(),
+            "-include", os.path.join(PORTABILITY, "macos-stand-ins", "AppKitStandIns.h")]
+
+
+def macos_command(path, flags, objc_flags):
+    darwin = ["clang++", "-std=c++20", "-fsyntax-only", "-Werror", "-Wno-macro-redefined",
+              "-DQ_OS_DARWIN", "-DQ_OS_MACOS", "-I" + os.path.join(PORTABILITY, "macos-stand-ins")]
+    return darwin + (objc_flags if path.endswith(".mm") else []) + flags + [path]
 
 
 def main():
@@ -89,9 +91,9 @@ def main():
         commands[path] = (shared_command(entry), entry["directory"])
     # The app's entry is built with every include directory of the core and the UI.
     entry_point = next(e for p, e in entries.items() if p.endswith(os.path.join("VeltraneTray", "main.cpp")))
-    flags = search_flags(entry_point)
+    flags, objc_flags = search_flags(entry_point), objective_cxx_flags()
     for path in map(os.path.abspath, options.macos):
-        commands[path] = (macos_command(path, flags), entry_point["directory"])
+        commands[path] = (macos_command(path, flags, objc_flags), entry_point["directory"])
 
     def check(item):
         path, (command, directory) = item
