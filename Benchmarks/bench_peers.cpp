@@ -16,6 +16,7 @@
 #include <tuple>
 #include <vector>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -30,7 +31,7 @@ const DaemonStatusSnapshot &network(int peers, quint32 seed = 1, int copy = 0)
     auto found = networks.find({peers, seed, copy});
     if (found == networks.end()) {
         DaemonStatusSnapshot status;
-        status.connectableDevices = Simulator::generatePeers(peers, seed, u"net-1"_qs, u"Example"_qs);
+        status.connectableDevices = Simulator::generatePeers(peers, seed, u"net-1"_s, u"Example"_s);
         found = networks.emplace(std::tuple(peers, seed, copy), std::move(status)).first;
     }
     return found->second;
@@ -106,7 +107,7 @@ void keystroke(benchmark::State &state)
     bool longer = false;
     for (auto _ : state) {
         longer = !longer;
-        field->setText(longer ? u"ma"_qs : u"m"_qs);
+        field->setText(longer ? u"ma"_s : u"m"_s);
         window.controller.window()->repaint();
     }
 }

@@ -13,6 +13,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -71,7 +72,7 @@ int main(int argc, char **argv)
     Simulator::SimulatedDaemon daemon(options);
     Simulator::SimulatorServer server(daemon);
     QTemporaryDir directory;
-    g_socketPath = directory.filePath(u"daemon.sock"_qs);
+    g_socketPath = directory.filePath(u"daemon.sock"_s);
     if (const auto error = server.listen(g_socketPath)) {
         std::fprintf(stderr, "cannot listen: %s\n", qPrintable(*error));
         return 1;

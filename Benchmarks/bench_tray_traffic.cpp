@@ -26,6 +26,7 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 using Simulator::Fault;
 using Simulator::SimulatedDaemon;
@@ -77,9 +78,9 @@ bool waitUntil(const std::function<bool()> &condition, int milliseconds)
 // The unique bus name of the one item registered with the panel's watcher.
 QString registeredItemOwner()
 {
-    QDBusMessage get = QDBusMessage::createMethodCall(u"org.kde.StatusNotifierWatcher"_qs, u"/StatusNotifierWatcher"_qs,
-                                                      u"org.freedesktop.DBus.Properties"_qs, u"Get"_qs);
-    get << u"org.kde.StatusNotifierWatcher"_qs << u"RegisteredStatusNotifierItems"_qs;
+    QDBusMessage get = QDBusMessage::createMethodCall(u"org.kde.StatusNotifierWatcher"_s, u"/StatusNotifierWatcher"_s,
+                                                      u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    get << u"org.kde.StatusNotifierWatcher"_s << u"RegisteredStatusNotifierItems"_s;
     const QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::BlockWithGui);
     const QStringList items = qvariant_cast<QDBusVariant>(reply.arguments().value(0)).variant().toStringList();
     if (items.size() != 1)
@@ -127,18 +128,18 @@ std::optional<Measurement> measure(bool ownItem)
     QTemporaryDir dir;
     SimulatedDaemon daemon({});
     SimulatorServer server(daemon);
-    if (server.listen(dir.filePath(u"daemon.sock"_qs)))
+    if (server.listen(dir.filePath(u"daemon.sock"_s)))
         return std::nullopt;
     server.setScriptedReply(connectedReply);
-    server.setFault(Fault::Scripted, u"get_status"_qs);
+    server.setFault(Fault::Scripted, u"get_status"_s);
     const auto polls = [&] { return server.requestsReceived().size(); };
 
     std::unique_ptr<StatusItem> item;
     if (ownItem)
-        item = std::make_unique<StatusNotifierItem>(QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs);
+        item = std::make_unique<StatusNotifierItem>(QDBusConnection::sessionBus(), u"net.veltrane.tray"_s);
     else
         item = std::make_unique<QtTrayItem>();
-    StatusItemController controller(std::move(item), DaemonClient(dir.filePath(u"daemon.sock"_qs)), [](const QUrl &) {});
+    StatusItemController controller(std::move(item), DaemonClient(dir.filePath(u"daemon.sock"_s)), [](const QUrl &) {});
 
     // Settled: registered, and the panel has read the item and its menu.
     QString owner;
@@ -147,9 +148,9 @@ std::optional<Measurement> measure(bool ownItem)
     waitUntil([&] { return polls() >= 2; }, 10000);
 
     QProcess monitor;
-    monitor.setStandardOutputFile(dir.filePath(u"capture.pcap"_qs));
-    monitor.start(u"dbus-monitor"_qs, {u"--session"_qs, u"--pcap"_qs, u"sender='%1'"_qs.arg(owner),
-                                       u"destination='%1'"_qs.arg(owner)});
+    monitor.setStandardOutputFile(dir.filePath(u"capture.pcap"_s));
+    monitor.start(u"dbus-monitor"_s, {u"--session"_s, u"--pcap"_s, u"sender='%1'"_s.arg(owner),
+                                       u"destination='%1'"_s.arg(owner)});
     monitor.waitForStarted();
 
     // Each window runs from the middle of one poll interval to the middle of a later one.
@@ -170,7 +171,7 @@ std::optional<Measurement> measure(bool ownItem)
     monitor.terminate();
     monitor.waitForFinished();
 
-    QFile capture(dir.filePath(u"capture.pcap"_qs));
+    QFile capture(dir.filePath(u"capture.pcap"_s));
     capture.open(QIODevice::ReadOnly);
     const QByteArray pcap = capture.readAll();
     Measurement measurement;
@@ -196,7 +197,7 @@ void printRow(const char *what, const Traffic &qt, const Traffic &ours)
 int main(int argc, char *argv[])
 {
     QApplication application(argc, argv);
-    QApplication::setApplicationName(u"veltrane-tray"_qs);
+    QApplication::setApplicationName(u"veltrane-tray"_s);
     // Qt's tray and ours would both claim /StatusNotifierItem: the baseline runs in a child.
     if (argc > 1 && argv[1] == QByteArray("--qt-tray")) {
         const auto measured = measure(false);
@@ -207,7 +208,7 @@ int main(int argc, char *argv[])
         return 0;
     }
     QProcess baseline;
-    baseline.start(QCoreApplication::applicationFilePath(), {u"--qt-tray"_qs});
+    baseline.start(QCoreApplication::applicationFilePath(), {u"--qt-tray"_s});
     baseline.waitForFinished(120000);
     const QList<QByteArray> figures = baseline.readAllStandardOutput().simplified().split(' ');
     if (baseline.exitCode() != 0 || figures.size() != 4) {

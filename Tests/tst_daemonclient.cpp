@@ -14,6 +14,7 @@
 
 #include <cerrno>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 using Simulator::Fault;
 
@@ -36,10 +37,10 @@ private:
         if (const auto *error = std::get_if<ClientError>(&*result))
             return error->errorDescription();
         const auto &response = std::get<DaemonControlResponse>(*result);
-        QString text = response.succeeded() ? u"success"_qs : u"refused"_qs;
+        QString text = response.succeeded() ? u"success"_s : u"refused"_s;
         if (response.status)
-            text += u" status="_qs + response.status->membershipState.value_or(u"?"_qs);
-        return text + (response.error ? u" error="_qs + *response.error : QString());
+            text += u" status="_s + response.status->membershipState.value_or(u"?"_s);
+        return text + (response.error ? u" error="_s + *response.error : QString());
     }
 
     static QString unreachable(int error)
@@ -48,12 +49,12 @@ private:
     }
 
     // /dev/fd lists this process's descriptors on Linux and macOS alike.
-    static int openDescriptors() { return int(QDir(u"/dev/fd"_qs).entryList(QDir::System).size()); }
+    static int openDescriptors() { return int(QDir(u"/dev/fd"_s).entryList(QDir::System).size()); }
 
 private Q_SLOTS:
     void init()
     {
-        m_path = m_dir.filePath(u"daemon.sock"_qs);
+        m_path = m_dir.filePath(u"daemon.sock"_s);
         Simulator::SimulatedDaemon::Options options;
         options.peerCount = 20;
         options.connectDelaySeconds = 0;
@@ -78,7 +79,7 @@ private Q_SLOTS:
         // Even a failure that is known at once waits for the event loop.
         m_server.reset();
         bool failed = false;
-        DaemonClient(m_path).send({u"get_status"_qs}, 5, this, [&](const DaemonResult &) { failed = true; });
+        DaemonClient(m_path).send({u"get_status"_s}, 5, this, [&](const DaemonResult &) { failed = true; });
         QThread::msleep(50);
         QVERIFY(!failed);
         QTRY_VERIFY(failed);
@@ -87,11 +88,11 @@ private Q_SLOTS:
     void connectFailuresCarryTheSystemReason()
     {
         m_server.reset(); // the socket file goes with it
-        QCOMPARE(exchange(u"get_status"_qs), u"Cannot reach the Veltrane daemon (%1)."_qs.arg(ClientError::systemReason(ENOENT)));
-        m_path = u"/tmp/"_qs + QString(103 - 5, u'x'); // 103 bytes and a NUL still fit
-        QCOMPARE(exchange(u"get_status"_qs), unreachable(ENOENT));
+        QCOMPARE(exchange(u"get_status"_s), u"Cannot reach the Veltrane daemon (%1)."_s.arg(ClientError::systemReason(ENOENT)));
+        m_path = u"/tmp/"_s + QString(103 - 5, u'x'); // 103 bytes and a NUL still fit
+        QCOMPARE(exchange(u"get_status"_s), unreachable(ENOENT));
         m_path += u'x';
-        QCOMPARE(exchange(u"get_status"_qs), ClientError::connectFailed(u"socket path too long"_qs).errorDescription());
+        QCOMPARE(exchange(u"get_status"_s), ClientError::connectFailed(u"socket path too long"_s).errorDescription());
     }
 
     // A limit below two seconds is applied as two.
@@ -100,7 +101,7 @@ private Q_SLOTS:
         m_server->setFault(Fault::Silent);
         QElapsedTimer clock;
         clock.start();
-        QCOMPARE(exchange(u"get_status"_qs, 1), ClientError::ioFailed(u"read: "_qs + ClientError::systemReason(EAGAIN)).errorDescription());
+        QCOMPARE(exchange(u"get_status"_s, 1), ClientError::ioFailed(u"read: "_s + ClientError::systemReason(EAGAIN)).errorDescription());
         QVERIFY2(clock.elapsed() >= 1900, qPrintable(QString::number(clock.elapsed())));
     }
 
@@ -110,7 +111,7 @@ private Q_SLOTS:
     {
         m_server->setFault(Fault::CloseBeforeRead);
         const QString early = exchange(QString(1 << 20, u'x')); // more than the socket buffers hold
-        QVERIFY2(early.startsWith(ClientError::ioFailed(u"write: "_qs).errorDescription().chopped(3)), qPrintable(early));
+        QVERIFY2(early.startsWith(ClientError::ioFailed(u"write: "_s).errorDescription().chopped(3)), qPrintable(early));
     }
 
     void readingStopsAtTheCap()
@@ -128,7 +129,7 @@ private Q_SLOTS:
     // dropped.
     void exchangesRunInSubmissionOrder()
     {
-        m_server->setFault(Fault::SlowReply, u"stop"_qs);
+        m_server->setFault(Fault::SlowReply, u"stop"_s);
         const QList<QByteArray> commands{"stop", "get_status", "start", "get_status"};
         QList<QByteArray> completed;
         auto owner = std::make_unique<QObject>();
@@ -145,15 +146,15 @@ private Q_SLOTS:
 
     void everyPathClosesItsSocket()
     {
-        exchange(u"get_status"_qs); // the worker thread and its buffers exist from here on
+        exchange(u"get_status"_s); // the worker thread and its buffers exist from here on
         const int before = openDescriptors();
         for (const Fault fault : {Fault::None, Fault::Empty, Fault::Garbage, Fault::CloseMidLine,
                                   Fault::CloseBeforeRead, Fault::Refuse}) {
             m_server->setFault(fault);
-            exchange(u"get_status"_qs);
+            exchange(u"get_status"_s);
         }
-        m_path += u".missing"_qs;
-        exchange(u"get_status"_qs);
+        m_path += u".missing"_s;
+        exchange(u"get_status"_s);
         QCOMPARE(openDescriptors(), before);
     }
 };

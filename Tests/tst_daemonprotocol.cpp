@@ -6,6 +6,7 @@
 #include <QJsonObject>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 // Each reply line and what the decoder makes of it, written as JSON: the record that comes out,
@@ -56,8 +57,8 @@ private Q_SLOTS:
         DaemonControlResponse response;
         response.success = true;
         response.status = DaemonStatusSnapshot{};
-        response.status->membershipState = u"membership_active"_qs;
-        response.status->connectableDevices = Simulator::generatePeers(300, 7, u"net-1"_qs, u"Net Work"_qs);
+        response.status->membershipState = u"membership_active"_s;
+        response.status->connectableDevices = Simulator::generatePeers(300, 7, u"net-1"_s, u"Net Work"_s);
         const QByteArray bytes = QJsonDocument(Simulator::toJson(response)).toJson(QJsonDocument::Compact);
         QByteArray exact(bytes.constData(), bytes.size());
         exact.squeeze();
@@ -82,10 +83,10 @@ private Q_SLOTS:
             code = *response.code;
             error = *response.error;
         }
-        error += u" ouverte et encore ouverte"_qs;
+        error += u" ouverte et encore ouverte"_s;
         code.append(u'!');
-        QCOMPARE(code, u"ok!"_qs);
-        QCOMPARE(error, u"Caf\u00e9 ouverte et encore ouverte"_qs);
+        QCOMPARE(code, u"ok!"_s);
+        QCOMPARE(error, u"Caf\u00e9 ouverte et encore ouverte"_s);
         QCOMPARE(code.utf16()[code.size()], u'\0');
     }
 
@@ -94,11 +95,11 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("device");
         QTest::addColumn<QString>("expected");
         QTest::newRow("computer name") << QByteArray(R"({"computerName":"Maria’s Mac","hostName":"m","fqdn":"m.x"})")
-                                       << u"Maria’s Mac"_qs;
+                                       << u"Maria’s Mac"_s;
         QTest::newRow("empty computer name") << QByteArray(R"({"computerName":"","hostName":"host","fqdn":"h.x"})")
-                                             << u"host"_qs;
-        QTest::newRow("blank is not empty") << QByteArray(R"({"computerName":"  ","hostName":"host"})") << u"  "_qs;
-        QTest::newRow("fqdn unchanged") << QByteArray(R"({"hostName":"","fqdn":" Host.X "})") << u" Host.X "_qs;
+                                             << u"host"_s;
+        QTest::newRow("blank is not empty") << QByteArray(R"({"computerName":"  ","hostName":"host"})") << u"  "_s;
+        QTest::newRow("fqdn unchanged") << QByteArray(R"({"hostName":"","fqdn":" Host.X "})") << u" Host.X "_s;
         QTest::newRow("nothing") << QByteArray("{}") << QString();
     }
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -70,15 +71,15 @@ private Q_SLOTS:
     void loadsTheFirstCandidateThatDecodes()
     {
         QTemporaryDir prefix;
-        QVERIFY(QDir(prefix.path()).mkpath(u"bin"_qs) && QDir(prefix.path()).mkpath(u"share/veltrane-tray"_qs));
-        const QString bin = prefix.filePath(u"bin"_qs);
+        QVERIFY(QDir(prefix.path()).mkpath(u"bin"_s) && QDir(prefix.path()).mkpath(u"share/veltrane-tray"_s));
+        const QString bin = prefix.filePath(u"bin"_s);
         QTemporaryDir tree;
-        QVERIFY(QDir(tree.path()).mkpath(u"Resources"_qs));
+        QVERIFY(QDir(tree.path()).mkpath(u"Resources"_s));
         const QStringList candidates = IconFactory::logoCandidates(
             ApplicationBundle::resourceDirectory(bin), ApplicationBundle::bundleDirectory(bin), tree.path());
-        QCOMPARE(candidates, (QStringList{prefix.filePath(u"share/veltrane-tray/veltrane-logo.png"_qs),
-                                          prefix.filePath(u"bin/veltrane-logo.png"_qs),
-                                          tree.filePath(u"Resources/veltrane-logo.png"_qs)}));
+        QCOMPARE(candidates, (QStringList{prefix.filePath(u"share/veltrane-tray/veltrane-logo.png"_s),
+                                          prefix.filePath(u"bin/veltrane-logo.png"_s),
+                                          tree.filePath(u"Resources/veltrane-logo.png"_s)}));
         QVERIFY(writeImage(candidates[1], {30, 30}, Qt::blue));
         QVERIFY(writeImage(candidates[2], {30, 30}, Qt::green));
 
@@ -96,9 +97,9 @@ private Q_SLOTS:
         QVERIFY(QFile::remove(candidates[1]) && QFile::remove(candidates[2]));
         QVERIFY(IconFactory::loadLogo(candidates).isFallbackGlyph());
 
-        QVERIFY(QFile::remove(candidates[0]) && QDir(prefix.path()).rmdir(u"share/veltrane-tray"_qs));
+        QVERIFY(QFile::remove(candidates[0]) && QDir(prefix.path()).rmdir(u"share/veltrane-tray"_s));
         QCOMPARE(ApplicationBundle::resourceDirectory(bin), std::nullopt);
-        const QString shipped = IconFactory::sourceRoot() + u"/Resources/veltrane-logo.png"_qs;
+        const QString shipped = IconFactory::sourceRoot() + u"/Resources/veltrane-logo.png"_s;
         QVERIFY(!IconFactory::loadLogo({shipped}).isFallbackGlyph());
     }
 };

@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 class TestNotify : public QObject
@@ -23,8 +24,8 @@ private:
 
     void startServer(const QStringList &options)
     {
-        m_server.start(u"/usr/bin/python3"_qs, QStringList{QStringLiteral(VELTRANE_TESTS_DIR "/desktop.py"),
-                                                          u"--no-panel"_qs} + options);
+        m_server.start(u"/usr/bin/python3"_s, QStringList{QStringLiteral(VELTRANE_TESTS_DIR "/desktop.py"),
+                                                          u"--no-panel"_s} + options);
         QTRY_VERIFY_WITH_TIMEOUT(m_server.canReadLine(), 10000);
         QVERIFY(m_server.readLine().contains("ready"));
     }
@@ -41,19 +42,19 @@ private:
     {
         QStringList notices;
         for (const QJsonObject &event : events()) {
-            const QJsonArray notice = event[u"notice"_qs].toArray();
+            const QJsonArray notice = event[u"notice"_s].toArray();
             if (!notice.isEmpty())
-                notices.append(notice[0].toString() + u" | "_qs + notice[1].toString());
+                notices.append(notice[0].toString() + u" | "_s + notice[1].toString());
         }
         return notices;
     }
 
-    qsizetype questions() { return std::count_if(m_events.cbegin(), m_events.cend(), [](auto &e) { return e.contains(u"capabilities"_qs); }); }
+    qsizetype questions() { return std::count_if(m_events.cbegin(), m_events.cend(), [](auto &e) { return e.contains(u"capabilities"_s); }); }
 
     static void installDesktopNotifications()
     {
-        Notify::install(u"net.veltrane.tray"_qs, std::make_shared<FreedesktopNotificationCenter>(
-                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_qs));
+        Notify::install(u"net.veltrane.tray"_s, std::make_shared<FreedesktopNotificationCenter>(
+                                                     QDBusConnection::sessionBus(), u"net.veltrane.tray"_s));
     }
 
 private Q_SLOTS:
@@ -71,8 +72,8 @@ private Q_SLOTS:
         Notify::install(std::nullopt, nullptr); // no service at all: nothing may be asked of one
         QTest::ignoreMessage(QtInfoMsg, "[notification] Signed in \u2014 The daemon picked up your session.");
         QTest::ignoreMessage(QtInfoMsg, "[notification]  \u2014 %2 <b>");
-        Notify::show(u"Signed in"_qs, u"The daemon picked up your session."_qs);
-        Notify::show(QString(), u"%2 <b>"_qs);
+        Notify::show(u"Signed in"_s, u"The daemon picked up your session."_s);
+        Notify::show(QString(), u"%2 <b>"_s);
         QTest::qWait(200);
         QCOMPARE(events(), QList<QJsonObject>());
     }
@@ -82,11 +83,11 @@ private Q_SLOTS:
     // question is not asked again.
     void aStalledServerHoldsNoticesBackBriefly()
     {
-        startServer({u"--stall"_qs});
+        startServer({u"--stall"_s});
         installDesktopNotifications();
-        Notify::show(u"T"_qs, u"a < b"_qs);
-        QTRY_COMPARE_WITH_TIMEOUT(notices(), QStringList{u"T | a &lt; b"_qs}, 3000);
-        Notify::show(u"T2"_qs, u"c"_qs);
+        Notify::show(u"T"_s, u"a < b"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(notices(), QStringList{u"T | a &lt; b"_s}, 3000);
+        Notify::show(u"T2"_s, u"c"_s);
         QTRY_COMPARE_WITH_TIMEOUT(notices().size(), 2, 3000);
         QCOMPARE(questions(), 1);
     }
@@ -96,14 +97,14 @@ private Q_SLOTS:
     {
         struct CountingCenter : NotificationCenter {
             QStringList events;
-            void requestAuthorization() override { events.append(u"permission"_qs); }
+            void requestAuthorization() override { events.append(u"permission"_s); }
             void add(const NotificationRequest &request, DeliveryHandler) override { events.append(request.title); }
         };
         auto center = std::make_shared<CountingCenter>();
-        Notify::install(u"net.veltrane.tray"_qs, center);
-        for (const QString &title : {u"a"_qs, u"b"_qs, u"c"_qs})
-            Notify::show(title, u"body"_qs);
-        QCOMPARE(center->events, (QStringList{u"permission"_qs, u"a"_qs, u"b"_qs, u"c"_qs}));
+        Notify::install(u"net.veltrane.tray"_s, center);
+        for (const QString &title : {u"a"_s, u"b"_s, u"c"_s})
+            Notify::show(title, u"body"_s);
+        QCOMPARE(center->events, (QStringList{u"permission"_s, u"a"_s, u"b"_s, u"c"_s}));
     }
 };
 

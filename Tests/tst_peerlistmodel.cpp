@@ -4,6 +4,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -31,14 +32,14 @@ QStringList listed(const QList<ConnectableDeviceSnapshot> &devices)
 {
     QStringList names;
     for (const ConnectableDeviceSnapshot &device : devices)
-        names.append(device.displayName() + (device.clientId ? u"/"_qs + *device.clientId : QString()));
+        names.append(device.displayName() + (device.clientId ? u"/"_s + *device.clientId : QString()));
     return names;
 }
 
 ConnectableDeviceSnapshot peer(std::optional<bool> online, std::optional<NodeConnectionStatusSnapshot> path)
 {
-    ConnectableDeviceSnapshot device = named(u"Lab"_qs, {}, u"lab.example.ts.net"_qs);
-    device.assignedIp = u"100.64.0.9"_qs;
+    ConnectableDeviceSnapshot device = named(u"Lab"_s, {}, u"lab.example.ts.net"_s);
+    device.assignedIp = u"100.64.0.9"_s;
     device.online = online;
     device.connectionStatus = std::move(path);
     return device;
@@ -58,14 +59,14 @@ private Q_SLOTS:
         QTest::addColumn<QLocale>("locale");
         QTest::addColumn<QList<ConnectableDeviceSnapshot>>("devices");
         QTest::addColumn<QStringList>("expected");
-        const QList mixed{named(u"bob"_qs, {}, {}, u"1"_qs), named(u"Zoë"_qs), named(u"alice"_qs, {}, {}, u"2"_qs),
-                          named(u"Émile"_qs), named(u"Alice"_qs, {}, {}, u"3"_qs), named({}, {}, {})};
-        const QStringList sorted{QString(), u"alice/2"_qs, u"Alice/3"_qs, u"bob/1"_qs, u"Émile"_qs, u"Zoë"_qs};
+        const QList mixed{named(u"bob"_s, {}, {}, u"1"_s), named(u"Zoë"_s), named(u"alice"_s, {}, {}, u"2"_s),
+                          named(u"Émile"_s), named(u"Alice"_s, {}, {}, u"3"_s), named({}, {}, {})};
+        const QStringList sorted{QString(), u"alice/2"_s, u"Alice/3"_s, u"bob/1"_s, u"Émile"_s, u"Zoë"_s};
         QTest::newRow("English") << QLocale(QLocale::English, QLocale::UnitedStates) << mixed << sorted;
         QTest::newRow("C") << QLocale::c() << mixed << sorted;
         QTest::newRow("computer name before host name")
-            << QLocale(QLocale::English) << QList{named(u"Office"_qs, u"aaa-office-mbp"_qs), named({}, u"build-01"_qs)}
-            << QStringList{u"build-01"_qs, u"Office"_qs};
+            << QLocale(QLocale::English) << QList{named(u"Office"_s, u"aaa-office-mbp"_s), named({}, u"build-01"_s)}
+            << QStringList{u"build-01"_s, u"Office"_s};
     }
 
     void sortsByDisplayName()
@@ -86,16 +87,16 @@ private Q_SLOTS:
     void followsRenamedDevices()
     {
         PeerListModel model;
-        model.setSearchText(u"a"_qs);
-        model.applySnapshot(snapshotOf({named(u"beta"_qs, {}, {}, u"b"_qs), named(u"alpha"_qs, {}, {}, u"a"_qs)}));
-        QCOMPARE(listed(model.allDevices()), (QStringList{u"alpha/a"_qs, u"beta/b"_qs}));
-        model.setSearchText(u"alp"_qs);
-        QCOMPARE(listed(model.filteredDevices()), QStringList{u"alpha/a"_qs});
-        model.applySnapshot(snapshotOf({named(u"beta"_qs, {}, {}, u"b"_qs), named(u"gamma"_qs, {}, {}, u"a"_qs)}));
-        QCOMPARE(listed(model.allDevices()), (QStringList{u"beta/b"_qs, u"gamma/a"_qs}));
+        model.setSearchText(u"a"_s);
+        model.applySnapshot(snapshotOf({named(u"beta"_s, {}, {}, u"b"_s), named(u"alpha"_s, {}, {}, u"a"_s)}));
+        QCOMPARE(listed(model.allDevices()), (QStringList{u"alpha/a"_s, u"beta/b"_s}));
+        model.setSearchText(u"alp"_s);
+        QCOMPARE(listed(model.filteredDevices()), QStringList{u"alpha/a"_s});
+        model.applySnapshot(snapshotOf({named(u"beta"_s, {}, {}, u"b"_s), named(u"gamma"_s, {}, {}, u"a"_s)}));
+        QCOMPARE(listed(model.allDevices()), (QStringList{u"beta/b"_s, u"gamma/a"_s}));
         QCOMPARE(listed(model.filteredDevices()), QStringList());
-        model.setSearchText(u"gam"_qs);
-        QCOMPARE(listed(model.filteredDevices()), QStringList{u"gamma/a"_qs});
+        model.setSearchText(u"gam"_s);
+        QCOMPARE(listed(model.filteredDevices()), QStringList{u"gamma/a"_s});
         model.applySnapshot(std::nullopt);
         QCOMPARE(model.rowCount(), 0);
     }
@@ -105,7 +106,7 @@ private Q_SLOTS:
     void announcesOnlyChangedRows()
     {
         PeerListModel model;
-        QList<ConnectableDeviceSnapshot> devices{named(u"a"_qs), named(u"b"_qs), named(u"c"_qs), named(u"d"_qs)};
+        QList<ConnectableDeviceSnapshot> devices{named(u"a"_s), named(u"b"_s), named(u"c"_s), named(u"d"_s)};
         model.applySnapshot(snapshotOf(devices));
         QSignalSpy changes(&model, &PeerListModel::dataChanged);
         model.applySnapshot(snapshotOf(devices));
@@ -115,19 +116,19 @@ private Q_SLOTS:
         model.applySnapshot(snapshotOf(devices));
         devices[3].connectionStatus->roundTripTimeMilliseconds = 13.0;
         model.applySnapshot(snapshotOf(devices));
-        devices[3].connectionStatus->endpoint = u"203.0.113.9:41641"_qs;
+        devices[3].connectionStatus->endpoint = u"203.0.113.9:41641"_s;
         model.applySnapshot(snapshotOf(devices));
         QCOMPARE(changes.size(), 3);
         QCOMPARE(changes[1][0].toModelIndex().row(), 3);
         QCOMPARE(changes[2][0].toModelIndex().row(), 3);
         changes.clear();
-        devices[1].assignedIp = u"100.64.0.2"_qs;
-        devices[2].assignedIp = u"100.64.0.3"_qs;
+        devices[1].assignedIp = u"100.64.0.2"_s;
+        devices[2].assignedIp = u"100.64.0.3"_s;
         model.applySnapshot(snapshotOf(devices));
         QCOMPARE(changes.size(), 1);
         QCOMPARE(changes[0][0].toModelIndex().row(), 1);
         QCOMPARE(changes[0][1].toModelIndex().row(), 2);
-        model.setSearchText(u"c"_qs); // "c" moves up to the first row; row 1 and on go
+        model.setSearchText(u"c"_s); // "c" moves up to the first row; row 1 and on go
         QCOMPARE(changes.size(), 2);
         QCOMPARE(changes[1][0].toModelIndex().row(), 0);
         QCOMPARE(changes[1][1].toModelIndex().row(), 0);
@@ -137,33 +138,33 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("searchText");
         QTest::addColumn<QStringList>("expected");
-        const QStringList all{u"Café"_qs, u"macbook"_qs, u"Office"_qs, u"öffice"_qs, u"printer"_qs, u"Straße"_qs};
-        QTest::newRow("trimmed, any case") << u"  MAC "_qs << QStringList{u"macbook"_qs};
-        QTest::newRow("an address") << u"10.7"_qs << QStringList{u"printer"_qs};
-        QTest::newRow("a DNS name") << u"lab.corp"_qs << QStringList{u"Office"_qs};
-        QTest::newRow("host name behind a computer name") << u"mbp"_qs << QStringList{};
-        QTest::newRow("network name and client id") << u"secret"_qs << QStringList{};
-        QTest::newRow("blanks and tabs only") << u" \t\u00a0\u2003"_qs << all;
-        QTest::newRow("one string, not words") << u"mac book"_qs << QStringList{};
-        QTest::newRow("case folds beyond ASCII, accents stay") << u"ÖFFICE"_qs << QStringList{u"öffice"_qs};
-        QTest::newRow("full case folding") << u"STRASSE"_qs << QStringList{u"Straße"_qs};
-        QTest::newRow("a combining accent finds a precomposed one") << u"cafe\u0301"_qs << QStringList{u"Café"_qs};
-        QTest::newRow("without its accent, no match") << u"cafe"_qs << QStringList{};
-        QTest::newRow("a ligature is its letters") << u"\ufb01"_qs << QStringList{u"Office"_qs, u"öffice"_qs};
+        const QStringList all{u"Café"_s, u"macbook"_s, u"Office"_s, u"öffice"_s, u"printer"_s, u"Straße"_s};
+        QTest::newRow("trimmed, any case") << u"  MAC "_s << QStringList{u"macbook"_s};
+        QTest::newRow("an address") << u"10.7"_s << QStringList{u"printer"_s};
+        QTest::newRow("a DNS name") << u"lab.corp"_s << QStringList{u"Office"_s};
+        QTest::newRow("host name behind a computer name") << u"mbp"_s << QStringList{};
+        QTest::newRow("network name and client id") << u"secret"_s << QStringList{};
+        QTest::newRow("blanks and tabs only") << u" \t\u00a0\u2003"_s << all;
+        QTest::newRow("one string, not words") << u"mac book"_s << QStringList{};
+        QTest::newRow("case folds beyond ASCII, accents stay") << u"ÖFFICE"_s << QStringList{u"öffice"_s};
+        QTest::newRow("full case folding") << u"STRASSE"_s << QStringList{u"Straße"_s};
+        QTest::newRow("a combining accent finds a precomposed one") << u"cafe\u0301"_s << QStringList{u"Café"_s};
+        QTest::newRow("without its accent, no match") << u"cafe"_s << QStringList{};
+        QTest::newRow("a ligature is its letters") << u"\ufb01"_s << QStringList{u"Office"_s, u"öffice"_s};
     }
 
     void searchesNameThenDnsNameThenAddress()
     {
         QFETCH(QString, searchText);
         QFETCH(QStringList, expected);
-        ConnectableDeviceSnapshot office = named(u"Office"_qs, u"office-mbp"_qs, u"lab.corp.example"_qs, u"secret-id"_qs);
-        office.networkName = u"secret-net"_qs;
-        ConnectableDeviceSnapshot printer = named({}, u"printer"_qs, u"prn.example"_qs);
-        printer.assignedIp = u"10.7.0.12"_qs;
+        ConnectableDeviceSnapshot office = named(u"Office"_s, u"office-mbp"_s, u"lab.corp.example"_s, u"secret-id"_s);
+        office.networkName = u"secret-net"_s;
+        ConnectableDeviceSnapshot printer = named({}, u"printer"_s, u"prn.example"_s);
+        printer.assignedIp = u"10.7.0.12"_s;
         PeerListModel model;
         model.setSearchText(searchText);
-        model.applySnapshot(snapshotOf({printer, named(u"macbook"_qs, {}, u"book.example"_qs), office, named(u"öffice"_qs),
-                                        named(u"Stra\u00dfe"_qs), named(u"Caf\u00e9"_qs)}));
+        model.applySnapshot(snapshotOf({printer, named(u"macbook"_s, {}, u"book.example"_s), office, named(u"öffice"_s),
+                                        named(u"Stra\u00dfe"_s), named(u"Caf\u00e9"_s)}));
         QStringList shown;
         for (const ConnectableDeviceSnapshot &device : model.filteredDevices())
             shown.append(device.displayName());
@@ -176,11 +177,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<bool>("alike");
-        QTest::newRow("sharp s") << u"Stra\u00dfe"_qs << u"STRASSE"_qs << true;
-        QTest::newRow("composed and decomposed") << u"Caf\u00e9"_qs << u"CAFE\u0301"_qs << true;
-        QTest::newRow("final sigma") << u"\u03bb\u03cc\u03b3\u03bf\u03c2"_qs << u"\u039b\u038c\u0393\u039f\u03a3"_qs
+        QTest::newRow("sharp s") << u"Stra\u00dfe"_s << u"STRASSE"_s << true;
+        QTest::newRow("composed and decomposed") << u"Caf\u00e9"_s << u"CAFE\u0301"_s << true;
+        QTest::newRow("final sigma") << u"\u03bb\u03cc\u03b3\u03bf\u03c2"_s << u"\u039b\u038c\u0393\u039f\u03a3"_s
                                      << true;
-        QTest::newRow("accent") << u"caf\u00e9"_qs << u"cafe"_qs << false;
+        QTest::newRow("accent") << u"caf\u00e9"_s << u"cafe"_s << false;
     }
 
     void ordersAndSearchesAlike()
@@ -207,19 +208,19 @@ private Q_SLOTS:
         const auto path = [](std::optional<QString> state, std::optional<QString> endpoint, std::optional<double> rtt) {
             return std::optional(NodeConnectionStatusSnapshot{std::move(state), std::move(endpoint), rtt});
         };
-        const QString ip = u"100.64.0.9"_qs;
-        QTest::newRow("online, a path") << peer(true, path(u"direct"_qs, u"203.0.113.5:41641"_qs, 23.6))
-                                        << QStringList{u"Lab"_qs, ip, u"direct"_qs, u"203.0.113.5:41641"_qs, u"24 ms"_qs} << false;
-        QTest::newRow("online, no path") << peer(true, {}) << QStringList{u"Lab"_qs, ip, u"online"_qs, {}, {}} << false;
+        const QString ip = u"100.64.0.9"_s;
+        QTest::newRow("online, a path") << peer(true, path(u"direct"_s, u"203.0.113.5:41641"_s, 23.6))
+                                        << QStringList{u"Lab"_s, ip, u"direct"_s, u"203.0.113.5:41641"_s, u"24 ms"_s} << false;
+        QTest::newRow("online, no path") << peer(true, {}) << QStringList{u"Lab"_s, ip, u"online"_s, {}, {}} << false;
         QTest::newRow("online, no state") << peer(true, path({}, {}, 0.4))
-                                          << QStringList{u"Lab"_qs, ip, u"online"_qs, {}, u"0 ms"_qs} << false;
-        QTest::newRow("empty state and endpoint, zero time") << peer(true, path(u""_qs, u""_qs, 0))
-                                                             << QStringList{u"Lab"_qs, ip, {}, {}, {}} << false;
-        QTest::newRow("offline, negative time") << peer(false, path(u"relay"_qs, u"relay-fra1"_qs, -3))
-                                                << QStringList{u"Lab"_qs, ip, u"offline"_qs, u"relay-fra1"_qs, {}} << true;
-        QTest::newRow("online unknown, half rounds to even") << peer({}, path(u"direct"_qs, {}, 2.5))
-                                                             << QStringList{u"Lab"_qs, ip, u"offline"_qs, {}, u"2 ms"_qs} << true;
-        QTest::newRow("nothing known") << ConnectableDeviceSnapshot{} << QStringList{{}, {}, u"offline"_qs, {}, {}} << true;
+                                          << QStringList{u"Lab"_s, ip, u"online"_s, {}, u"0 ms"_s} << false;
+        QTest::newRow("empty state and endpoint, zero time") << peer(true, path(u""_s, u""_s, 0))
+                                                             << QStringList{u"Lab"_s, ip, {}, {}, {}} << false;
+        QTest::newRow("offline, negative time") << peer(false, path(u"relay"_s, u"relay-fra1"_s, -3))
+                                                << QStringList{u"Lab"_s, ip, u"offline"_s, u"relay-fra1"_s, {}} << true;
+        QTest::newRow("online unknown, half rounds to even") << peer({}, path(u"direct"_s, {}, 2.5))
+                                                             << QStringList{u"Lab"_s, ip, u"offline"_s, {}, u"2 ms"_s} << true;
+        QTest::newRow("nothing known") << ConnectableDeviceSnapshot{} << QStringList{{}, {}, u"offline"_s, {}, {}} << true;
     }
 
     void cellsShowTextsAndTones()

@@ -14,6 +14,7 @@
 #include <QTextDocument>
 #include <QToolTip>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -27,7 +28,7 @@ ConnectableDeviceSnapshot device(const QString &name, std::optional<QString> cli
     device.fqdn = std::move(fqdn);
     device.assignedIp = std::move(ip);
     device.online = online;
-    device.connectionStatus = NodeConnectionStatusSnapshot{u"direct"_qs, u"203.0.113.9:41641"_qs, 12};
+    device.connectionStatus = NodeConnectionStatusSnapshot{u"direct"_s, u"203.0.113.9:41641"_s, 12};
     return device;
 }
 
@@ -39,11 +40,11 @@ std::optional<DaemonStatusSnapshot> snapshotOf(const QList<ConnectableDeviceSnap
 }
 
 const QList<ConnectableDeviceSnapshot> office{
-    device(u"alpha"_qs, u"c-alpha"_qs, u"alpha.corp.ts.net"_qs, u"100.64.0.1"_qs),
-    device(u"bravo"_qs, u"c-bravo"_qs, u"bravo.corp.ts.net"_qs, u"100.64.0.2"_qs),
-    device(u"charlie"_qs, u"c-charlie"_qs, u""_qs, u"10.7.0.12"_qs, false),
-    device(u"delta"_qs, {}, u"<b>delta</b>.corp.ts.net"_qs, u"100.64.0.4"_qs),
-    device(u"echo"_qs, u"c-echo"_qs, u""_qs, {}),
+    device(u"alpha"_s, u"c-alpha"_s, u"alpha.corp.ts.net"_s, u"100.64.0.1"_s),
+    device(u"bravo"_s, u"c-bravo"_s, u"bravo.corp.ts.net"_s, u"100.64.0.2"_s),
+    device(u"charlie"_s, u"c-charlie"_s, u""_s, u"10.7.0.12"_s, false),
+    device(u"delta"_s, {}, u"<b>delta</b>.corp.ts.net"_s, u"100.64.0.4"_s),
+    device(u"echo"_s, u"c-echo"_s, u""_s, {}),
 };
 
 // Counts the paint events of a widget.
@@ -112,7 +113,7 @@ private:
 private Q_SLOTS:
     void init()
     {
-        QGuiApplication::clipboard()->setText(u"before"_qs);
+        QGuiApplication::clipboard()->setText(u"before"_s);
         m_controller = std::make_unique<PeersWindowController>();
         m_table = m_controller->window()->findChild<QTableView *>();
         m_search = m_controller->window()->findChild<QLineEdit *>();
@@ -129,52 +130,52 @@ private Q_SLOTS:
     {
         QList<ConnectableDeviceSnapshot> many;
         for (int i = 0; i < 200; ++i)
-            many.append(device(u"host-%1"_qs.arg(i, 3, 10, QChar(u'0')), u"c-%1"_qs.arg(i), u"h%1.corp.ts.net"_qs.arg(i), {}));
+            many.append(device(u"host-%1"_s.arg(i, 3, 10, QChar(u'0')), u"c-%1"_s.arg(i), u"h%1.corp.ts.net"_s.arg(i), {}));
         m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
         m_table->selectRow(3);
         QScrollBar *scroll = m_table->verticalScrollBar();
         scroll->setValue(scroll->maximum() / 2);
         const int scrolled = scroll->value();
 
-        many.prepend(device(u"aardvark"_qs, u"c-new"_qs, u"new.corp.ts.net"_qs, {}));
+        many.prepend(device(u"aardvark"_s, u"c-new"_s, u"new.corp.ts.net"_s, {}));
         m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
         QCOMPARE(selectedRow(), 4);
         QCOMPARE(m_table->currentIndex().row(), 4);
         QCOMPARE(scroll->value(), scrolled);
-        QTest::keyClicks(m_search, u"corp"_qs);
+        QTest::keyClicks(m_search, u"corp"_s);
         QCOMPARE(selectedRow(), 4);
         QCOMPARE(scroll->value(), scrolled);
 
         // The selected device is gone: the selected row stays, now on its successor.
         many.removeAt(4);
         m_controller->applySnapshot(snapshotOf(many), TrayState::Connected);
-        QCOMPARE(nameAt(selectedRow()), u"host-004"_qs);
+        QCOMPARE(nameAt(selectedRow()), u"host-004"_s);
     }
 
     // A device without a clientId cannot be followed, and stays selected where it is.
     void leavesASelectionWithoutClientIdAlone()
     {
         m_table->selectRow(3);
-        QCOMPARE(nameAt(3), u"delta"_qs);
+        QCOMPARE(nameAt(3), u"delta"_s);
         m_controller->applySnapshot(snapshotOf(office), TrayState::Stopped);
         QCOMPARE(selectedRow(), 3);
-        QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs)->text(),
-                 u"Control plane: suspended (veltrane stopped)"_qs);
+        QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_s)->text(),
+                 u"Control plane: suspended (veltrane stopped)"_s);
     }
 
     // The footer names the control plane's state, with or without a status behind it.
     void footerTellsEveryState()
     {
         const std::pair<TrayState, QString> footers[] = {
-            {TrayState::DaemonUnreachable, u"Control plane: unreachable (daemon not running)"_qs},
-            {TrayState::Stopped, u"Control plane: suspended (veltrane stopped)"_qs},
-            {TrayState::LoggedOut, u"Control plane: awaiting sign-in"_qs},
-            {TrayState::Connecting, u"Control plane: connecting\u2026"_qs},
-            {TrayState::NoNetwork, u"Control plane: connected (no active network)"_qs},
-            {TrayState::Connected, u"Control plane: connected"_qs},
-            {TrayState::Error, u"Control plane: error"_qs},
+            {TrayState::DaemonUnreachable, u"Control plane: unreachable (daemon not running)"_s},
+            {TrayState::Stopped, u"Control plane: suspended (veltrane stopped)"_s},
+            {TrayState::LoggedOut, u"Control plane: awaiting sign-in"_s},
+            {TrayState::Connecting, u"Control plane: connecting\u2026"_s},
+            {TrayState::NoNetwork, u"Control plane: connected (no active network)"_s},
+            {TrayState::Connected, u"Control plane: connected"_s},
+            {TrayState::Error, u"Control plane: error"_s},
         };
-        const auto *footer = m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs);
+        const auto *footer = m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_s);
         for (const auto &[state, text] : footers) {
             m_controller->applySnapshot(snapshotOf(office), state);
             QCOMPARE(footer->text(), text);
@@ -190,11 +191,11 @@ private Q_SLOTS:
         QList devices = office;
         devices.removeFirst();
         m_controller->applySnapshot(snapshotOf(devices), TrayState::Error);
-        QCOMPARE(nameAt(0), u"alpha"_qs);
+        QCOMPARE(nameAt(0), u"alpha"_s);
         m_controller->showWindow();
-        QCOMPARE(nameAt(0), u"bravo"_qs);
+        QCOMPARE(nameAt(0), u"bravo"_s);
         QCOMPARE(m_table->model()->rowCount(), 4);
-        QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_qs)->text(), u"Control plane: error"_qs);
+        QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_s)->text(), u"Control plane: error"_s);
     }
 
     // "Peers…" brings back a minimised window, in front and with the keyboard.
@@ -212,33 +213,33 @@ private Q_SLOTS:
     {
         QClipboard *clipboard = QGuiApplication::clipboard();
         m_controller->onCopyDns();
-        QCOMPARE(clipboard->text(), u"before"_qs); // nothing selected
+        QCOMPARE(clipboard->text(), u"before"_s); // nothing selected
 
         m_table->selectRow(0);
         chooseFromRowMenu(1, 1); // the row under the pointer, not the selected one
-        QCOMPARE(clipboard->text(), u"100.64.0.2"_qs);
+        QCOMPARE(clipboard->text(), u"100.64.0.2"_s);
         QCOMPARE(selectedRow(), 0); // which stays selected
         chooseFromRowMenu(2, 0); // no DNS name: its address stands in
-        QCOMPARE(clipboard->text(), u"10.7.0.12"_qs);
+        QCOMPARE(clipboard->text(), u"10.7.0.12"_s);
 
         // A refresh that reorders the rows while the menu is open changes nothing.
         chooseFromRowMenu(1, 0, [&] {
             QList devices = office;
-            devices.prepend(device(u"aardvark"_qs, u"c-new"_qs, u"new.corp.ts.net"_qs, u"100.64.0.9"_qs));
+            devices.prepend(device(u"aardvark"_s, u"c-new"_s, u"new.corp.ts.net"_s, u"100.64.0.9"_s));
             m_controller->applySnapshot(snapshotOf(devices), TrayState::Connected);
         });
-        QCOMPARE(clipboard->text(), u"bravo.corp.ts.net"_qs);
+        QCOMPARE(clipboard->text(), u"bravo.corp.ts.net"_s);
 
         QTest::mouseClick(m_table->viewport(), Qt::LeftButton, {}, cellCentre(4, 2));
         QTest::mouseDClick(m_table->viewport(), Qt::LeftButton, {}, cellCentre(4, 2));
-        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs);
+        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_s);
 
         // Neither a DNS name nor an address: the clipboard keeps what it had.
         m_table->selectRow(5);
-        QCOMPARE(nameAt(5), u"echo"_qs);
+        QCOMPARE(nameAt(5), u"echo"_s);
         m_controller->onCopyDns();
         m_controller->onCopyIp();
-        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs);
+        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_s);
     }
 
     // Daemon texts with markup, control characters, right-to-left text or 10,000 characters: the
@@ -246,17 +247,17 @@ private Q_SLOTS:
     void showsDaemonTextsAsWritten_data()
     {
         QTest::addColumn<QString>("text");
-        QTest::newRow("markup") << u"<b>bold</b> &amp; <i>it</i>_x.corp"_qs;
+        QTest::newRow("markup") << u"<b>bold</b> &amp; <i>it</i>_x.corp"_s;
         QString longText;
         for (int i = 0; i < 10000; ++i)
             longText += QChar(u'a' + i % 26);
-        QTest::newRow("10,000 characters") << longText + u"<b>&"_qs;
+        QTest::newRow("10,000 characters") << longText + u"<b>&"_s;
     }
 
     void showsDaemonTextsAsWritten()
     {
         QFETCH(QString, text);
-        m_controller->applySnapshot(snapshotOf({device(text, u"c-odd"_qs, text, text)}), TrayState::Connected);
+        m_controller->applySnapshot(snapshotOf({device(text, u"c-odd"_s, text, text)}), TrayState::Connected);
         QCOMPARE(nameAt(0), text);
         QCOMPARE(m_table->model()->index(0, 1).data().toString(), text);
 
@@ -288,19 +289,19 @@ private Q_SLOTS:
 
         QTest::keyClick(m_table, Qt::Key_End);
         QTest::keyClick(m_table, Qt::Key_Up);
-        QCOMPARE(nameAt(selectedRow()), u"delta"_qs);
+        QCOMPARE(nameAt(selectedRow()), u"delta"_s);
         QTest::keySequence(m_table, QKeySequence::Copy);
-        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_qs); // the DNS name, not the current cell
+        QCOMPARE(clipboard->text(), u"<b>delta</b>.corp.ts.net"_s); // the DNS name, not the current cell
 
         QTest::keyClick(m_table, Qt::Key_F10, Qt::ShiftModifier);
         QTRY_VERIFY(rowMenu()->isVisible());
         QTest::keyClick(rowMenu(), Qt::Key_Down);
         QTest::keyClick(rowMenu(), Qt::Key_Down);
         QTest::keyClick(rowMenu(), Qt::Key_Return);
-        QTRY_COMPARE(clipboard->text(), u"100.64.0.4"_qs); // "Copy IP" of the selected row
+        QTRY_COMPARE(clipboard->text(), u"100.64.0.4"_s); // "Copy IP" of the selected row
 
         // Escape clears the search first, then closes the window.
-        m_search->setText(u"alp"_qs);
+        m_search->setText(u"alp"_s);
         QTest::keyClick(m_search, Qt::Key_Escape);
         QCOMPARE(m_search->text(), QString());
         QVERIFY(m_controller->window()->isVisible());

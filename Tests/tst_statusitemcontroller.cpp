@@ -12,6 +12,7 @@
 #include <QTest>
 #include <QUrl>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -42,7 +43,7 @@ bool menuWindowShown()
 {
     const QWidgetList windows = QApplication::topLevelWidgets();
     return std::any_of(windows.cbegin(), windows.cend(),
-                       [](QWidget *w) { return w->isVisible() && w->windowTitle() == u"Veltrane"_qs; });
+                       [](QWidget *w) { return w->isVisible() && w->windowTitle() == u"Veltrane"_s; });
 }
 
 } // namespace
@@ -57,7 +58,7 @@ private Q_SLOTS:
     void sendsEachCommandWithItsTimeLimit()
     {
         QTemporaryDir dir;
-        const QString path = dir.filePath(u"daemon.sock"_qs);
+        const QString path = dir.filePath(u"daemon.sock"_s);
         Simulator::SimulatedDaemon::Options options;
         options.connectDelaySeconds = 0;
         options.loginDelaySeconds = -1;
@@ -84,22 +85,22 @@ private Q_SLOTS:
         StatusItemController controller(std::make_unique<RecordingStatusItem>(&toolTip), DaemonClient(path, watched),
                                         [&](const QUrl &url) { opened.append(url); }, 60 * 60 * 1000);
 
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_qs);
+        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_s);
         controller.onToggleConnect();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Disconnected"_qs);
+        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Disconnected"_s);
         controller.onToggleConnect();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_qs);
+        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_s);
         controller.onLogout();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected, needs auth"_qs);
+        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected, needs auth"_s);
         controller.onLogin();
         QTRY_COMPARE(opened.size(), 1);
-        QTRY_COMPARE(sent(u"get_status"_qs).size(), 5); // at start and after each command
+        QTRY_COMPARE(sent(u"get_status"_s).size(), 5); // at start and after each command
 
-        QCOMPARE(sent(u"stop"_qs), QList<double>{15});
-        QCOMPARE(sent(u"start"_qs), QList<double>{15});
-        QCOMPARE(sent(u"logout"_qs), QList<double>{35});
-        QCOMPARE(sent(u"login_via_link"_qs), QList<double>{70});
-        QCOMPARE(sent(u"get_status"_qs), QList<double>(5, 5));
+        QCOMPARE(sent(u"stop"_s), QList<double>{15});
+        QCOMPARE(sent(u"start"_s), QList<double>{15});
+        QCOMPARE(sent(u"logout"_s), QList<double>{35});
+        QCOMPARE(sent(u"login_via_link"_s), QList<double>{70});
+        QCOMPARE(sent(u"get_status"_s), QList<double>(5, 5));
         QCOMPARE(limits.size(), 9);
     }
 
@@ -112,7 +113,7 @@ private Q_SLOTS:
             std::unique_ptr<StatusItem> item = itemShown ? std::make_unique<RecordingStatusItem>(&toolTip)
                                                          : std::make_unique<UnseenStatusItem>(&toolTip);
             StatusItemController controller(std::move(item),
-                                            DaemonClient(u"/nonexistent/daemon.sock"_qs), [](const QUrl &) {},
+                                            DaemonClient(u"/nonexistent/daemon.sock"_s), [](const QUrl &) {},
                                             60 * 60 * 1000);
             controller.showMenuWindowUnlessItemShownWithin(std::chrono::milliseconds(50));
             QTest::qWait(200);

@@ -3,11 +3,13 @@
 #include <QDir>
 #include <QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::ApplicationBundle {
 
 std::optional<QString> resourceDirectory(const QString &executableDirectory)
 {
-    const QString directory = QDir::cleanPath(executableDirectory + u"/../share/veltrane-tray"_qs);
+    const QString directory = QDir::cleanPath(executableDirectory + u"/../share/veltrane-tray"_s);
     if (QFileInfo(directory).isDir())
         return directory;
     return std::nullopt;

@@ -3,19 +3,21 @@
 #include <QDir>
 #include <QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::ApplicationBundle {
 
 // The executable of a bundle lies in "Name.app/Contents/MacOS".
 namespace {
 bool isInBundle(const QString &executableDirectory)
 {
-    return QDir::cleanPath(executableDirectory + u"/../.."_qs).endsWith(u".app"_qs);
+    return QDir::cleanPath(executableDirectory + u"/../.."_s).endsWith(u".app"_s);
 }
 } // namespace
 
 std::optional<QString> resourceDirectory(const QString &executableDirectory)
 {
-    const QString directory = QDir::cleanPath(executableDirectory + u"/../Resources"_qs);
+    const QString directory = QDir::cleanPath(executableDirectory + u"/../Resources"_s);
     if (isInBundle(executableDirectory) && QFileInfo(directory).isDir())
         return directory;
     return std::nullopt;
@@ -24,7 +26,7 @@ std::optional<QString> resourceDirectory(const QString &executableDirectory)
 QString bundleDirectory(const QString &executableDirectory)
 {
     if (isInBundle(executableDirectory))
-        return QDir::cleanPath(executableDirectory + u"/../.."_qs);
+        return QDir::cleanPath(executableDirectory + u"/../.."_s);
     return QDir::cleanPath(executableDirectory);
 }
 

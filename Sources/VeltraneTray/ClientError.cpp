@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 QString ClientError::systemReason(int errorNumber)
@@ -14,13 +16,13 @@ QString ClientError::errorDescription() const
 {
     switch (m_kind) {
     case Kind::ConnectFailed:
-        return u"Cannot reach the Veltrane daemon (%1)."_qs.arg(m_reason);
+        return u"Cannot reach the Veltrane daemon (%1)."_s.arg(m_reason);
     case Kind::IoFailed:
-        return u"Daemon request failed (%1)."_qs.arg(m_reason);
+        return u"Daemon request failed (%1)."_s.arg(m_reason);
     case Kind::EmptyResponse:
         break;
     }
-    return u"The daemon returned an empty response."_qs;
+    return u"The daemon returned an empty response."_s;
 }
 
 } // namespace Veltrane

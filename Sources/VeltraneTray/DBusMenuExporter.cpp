@@ -9,11 +9,13 @@
 #include <QIcon>
 #include <QMenu>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
 
-const QString unknownIdError = u"com.canonical.dbusmenu.Error.UnknownId"_qs;
+const QString unknownIdError = u"com.canonical.dbusmenu.Error.UnknownId"_s;
 
 // Menu icons are shown at 16 points by every host we know, and a host scales the image to that:
 // drawn at twice the size, they stay sharp on a 2× screen.
@@ -35,10 +37,10 @@ DBusMenuShortcut shortcutOf(const QKeySequence &sequence)
                 tokens.append(QString::fromUtf16(name));
         }
         QString key = QKeySequence(combination.key()).toString(QKeySequence::PortableText);
-        if (key == u"+"_qs)
-            key = u"plus"_qs;
-        else if (key == u"-"_qs)
-            key = u"minus"_qs;
+        if (key == u"+"_s)
+            key = u"plus"_s;
+        else if (key == u"-"_s)
+            key = u"minus"_s;
         else if (key.size() == 1)
             key = key.toLower();
         tokens.append(key);
@@ -63,7 +65,7 @@ QVariantMap filtered(const QVariantMap &properties, const QStringList &names)
 
 QString dbusMenuLabel(const QString &actionText)
 {
-    return QString(actionText).replace(u'_', u"__"_qs).replace(u"&&"_qs, u"&"_qs);
+    return QString(actionText).replace(u'_', u"__"_s).replace(u"&&"_s, u"&"_s);
 }
 
 DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)
@@ -85,7 +87,7 @@ DBusMenuExporter::DBusMenuExporter(QMenu *menu, QObject *parent)
 
 QString DBusMenuExporter::textDirection() const
 {
-    return QGuiApplication::layoutDirection() == Qt::RightToLeft ? u"rtl"_qs : u"ltr"_qs;
+    return QGuiApplication::layoutDirection() == Qt::RightToLeft ? u"rtl"_s : u"ltr"_s;
 }
 
 bool DBusMenuExporter::eventFilter(QObject *watched, QEvent *event)
@@ -117,19 +119,19 @@ QByteArray DBusMenuExporter::iconPngOf(QAction *action)
 QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
 {
     QVariantMap properties;
-    properties.insert(u"visible"_qs, action->isVisible());
+    properties.insert(u"visible"_s, action->isVisible());
     if (action->isSeparator()) {
-        properties.insert(u"type"_qs, u"separator"_qs);
+        properties.insert(u"type"_s, u"separator"_s);
         return properties;
     }
-    properties.insert(u"label"_qs, dbusMenuLabel(action->text()));
+    properties.insert(u"label"_s, dbusMenuLabel(action->text()));
     // Named for screen readers by the text itself: hosts otherwise keep the first label's name.
-    properties.insert(u"accessible-desc"_qs, QString(action->text()).replace(u"&&"_qs, u"&"_qs));
-    properties.insert(u"enabled"_qs, action->isEnabled());
+    properties.insert(u"accessible-desc"_s, QString(action->text()).replace(u"&&"_s, u"&"_s));
+    properties.insert(u"enabled"_s, action->isEnabled());
     if (!action->icon().isNull())
-        properties.insert(u"icon-data"_qs, iconPngOf(action));
+        properties.insert(u"icon-data"_s, iconPngOf(action));
     if (!action->shortcut().isEmpty())
-        properties.insert(u"shortcut"_qs, QVariant::fromValue(shortcutOf(action->shortcut())));
+        properties.insert(u"shortcut"_s, QVariant::fromValue(shortcutOf(action->shortcut())));
     return properties;
 }
 
@@ -170,7 +172,7 @@ bool DBusMenuExporter::rejectUnknown(int id)
     if (isKnown(id))
         return false;
     if (calledFromDBus())
-        sendErrorReply(unknownIdError, u"No menu item has the id %1"_qs.arg(id));
+        sendErrorReply(unknownIdError, u"No menu item has the id %1"_s.arg(id));
     return true;
 }
 
@@ -178,7 +180,7 @@ DBusMenuLayoutItem DBusMenuExporter::nodeOf(int id, int depth, const QStringList
 {
     if (id != 0)
         return {id, filtered(propertiesOf(actionOf(id)), propertyNames), {}};
-    DBusMenuLayoutItem root{0, filtered({{u"children-display"_qs, u"submenu"_qs}}, propertyNames), {}};
+    DBusMenuLayoutItem root{0, filtered({{u"children-display"_s, u"submenu"_s}}, propertyNames), {}};
     if (depth == 0)
         return root;
     for (int child = 1; child <= m_actions.size(); ++child)
@@ -211,7 +213,7 @@ QDBusVariant DBusMenuExporter::GetProperty(int id, const QString &name)
         return {};
     const QVariant value = nodeOf(id, 0, {name}).properties.value(name);
     if (!value.isValid())
-        sendErrorReply(QDBusError::InvalidArgs, u"Menu item %1 has no property \"%2\""_qs.arg(id).arg(name));
+        sendErrorReply(QDBusError::InvalidArgs, u"Menu item %1 has no property \"%2\""_s.arg(id).arg(name));
     return QDBusVariant(value);
 }
 
@@ -219,11 +221,11 @@ void DBusMenuExporter::Event(int id, const QString &eventId, const QDBusVariant 
 {
     if (rejectUnknown(id))
         return;
-    if (id == 0 && eventId == u"opened"_qs)
+    if (id == 0 && eventId == u"opened"_s)
         hostOpened();
-    else if (id == 0 && eventId == u"closed"_qs)
+    else if (id == 0 && eventId == u"closed"_s)
         hostClosed();
-    if (eventId != u"clicked"_qs)
+    if (eventId != u"clicked"_s)
         return;
     // Triggered from the event loop, after the reply is sent: a slot such as "Quit" may end the
     // process, and the host should not wait on a call that will never be answered.
@@ -241,7 +243,7 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList &events)
             Event(event.id, event.eventId, event.data, event.timestamp);
     }
     if (!events.isEmpty() && idErrors.size() == events.size())
-        sendErrorReply(unknownIdError, u"None of the ids is a menu item"_qs);
+        sendErrorReply(unknownIdError, u"None of the ids is a menu item"_s);
     return idErrors;
 }
 

@@ -48,7 +48,7 @@ public:
 
     uint version() const { return 3; }
     QString textDirection() const;
-    QString status() const { return u"normal"_qs; }
+    QString status() const { return QStringLiteral("normal"); }
     QStringList iconThemePath() const { return {}; }
 
 public Q_SLOTS:

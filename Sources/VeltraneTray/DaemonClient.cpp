@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -21,7 +23,7 @@ QObject &workQueue()
 {
     static QObject *const queue = [] {
         auto *thread = new QThread;
-        thread->setObjectName(u"net.veltrane.tray.daemon-client"_qs);
+        thread->setObjectName(u"net.veltrane.tray.daemon-client"_s);
         auto *receiver = new QObject;
         receiver->moveToThread(thread);
         thread->start();
@@ -84,7 +86,7 @@ DaemonResult DaemonClient::exchangeNow(const QByteArray &socketPath, const Daemo
         return ClientError::emptyResponse();
     auto decoded = DaemonProtocol::decodeResponse(line, devices);
     if (auto *failure = std::get_if<DecodeFailure>(&decoded))
-        return ClientError::ioFailed(u"invalid response: "_qs + failure->description);
+        return ClientError::ioFailed(u"invalid response: "_s + failure->description);
     return std::get<DaemonControlResponse>(std::move(decoded));
 }
 
@@ -126,7 +128,7 @@ void DaemonClient::send(const DaemonControlRequest &request, double timeoutSecon
 void DaemonClient::tryGetStatus(const QObject *context, StatusCompletion completion,
                                 DaemonProtocol::DeviceRecords devices) const
 {
-    send({u"get_status"_qs}, statusTimeoutSeconds, context,
+    send({u"get_status"_s}, statusTimeoutSeconds, context,
          [completion = std::move(completion)](const DaemonResult &result) {
              const auto *response = std::get_if<DaemonControlResponse>(&result);
              completion(response && response->succeeded() ? response->status : std::nullopt);

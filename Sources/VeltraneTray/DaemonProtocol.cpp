@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 const QString &ConnectableDeviceSnapshot::displayName() const
@@ -31,7 +33,7 @@ const qsizetype paddingBytes = simdjson::SIMDJSON_PADDING;
 QByteArray encodeRequest(const DaemonControlRequest &request)
 {
     QByteArray bytes =
-        QJsonDocument(QJsonObject{{u"command"_qs, request.command}}).toJson(QJsonDocument::Compact);
+        QJsonDocument(QJsonObject{{u"command"_s, request.command}}).toJson(QJsonDocument::Compact);
     bytes.append('\n');
     return bytes;
 }
@@ -45,21 +47,21 @@ QString jsonTypeName(element_type type)
 {
     switch (type) {
     case element_type::ARRAY:
-        return u"an array"_qs;
+        return u"an array"_s;
     case element_type::OBJECT:
-        return u"an object"_qs;
+        return u"an object"_s;
     case element_type::INT64:
     case element_type::UINT64:
     case element_type::DOUBLE:
-        return u"a number"_qs;
+        return u"a number"_s;
     case element_type::STRING:
-        return u"a string"_qs;
+        return u"a string"_s;
     case element_type::BOOL:
-        return u"a boolean"_qs;
+        return u"a boolean"_s;
     case element_type::NULL_VALUE:
-        return u"null"_qs;
+        return u"null"_s;
     }
-    return u"an unknown value"_qs;
+    return u"an unknown value"_s;
 }
 
 // The strings of one reply, written one after another into blocks that they share: one allocation
@@ -288,7 +290,7 @@ public:
             path += *it;
         if (path.startsWith(u'.'))
             path.remove(0, 1);
-        return u"expected %1 at %2, found %3"_qs.arg(m_expected, path, m_found);
+        return u"expected %1 at %2, found %3"_s.arg(m_expected, path, m_found);
     }
 
 private:
@@ -301,8 +303,8 @@ private:
 
     bool duplicated(std::string_view name)
     {
-        m_expected = u"one value"_qs;
-        m_found = u"two"_qs;
+        m_expected = u"one value"_s;
+        m_found = u"two"_s;
         return failedAt(u'.' + QString::fromUtf8(name.data(), qsizetype(name.size())));
     }
 
@@ -395,7 +397,7 @@ std::variant<DaemonControlResponse, DecodeFailure> decode(simdjson::dom::parser 
         return DecodeFailure{QString::fromUtf8(simdjson::error_message(error))};
     if (!root.is_object())
         return DecodeFailure{
-            u"expected an object at the top level, found %1"_qs.arg(jsonTypeName(root.type()))};
+            u"expected an object at the top level, found %1"_s.arg(jsonTypeName(root.type()))};
 
     RecordReader reader(devices == DeviceRecords::WhenAsked ? &line : nullptr);
     DaemonControlResponse response;

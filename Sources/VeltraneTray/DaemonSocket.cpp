@@ -10,6 +10,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -54,7 +56,7 @@ std::variant<DaemonSocket, ClientError> DaemonSocket::connect(const QByteArray &
     address.sun_family = AF_UNIX;
     static_assert(sizeof address.sun_path >= maximumPathBytes);
     if (path.size() + 1 > maximumPathBytes)
-        return ClientError::connectFailed(u"socket path too long"_qs);
+        return ClientError::connectFailed(u"socket path too long"_s);
     std::memcpy(address.sun_path, path.constData(), size_t(path.size()) + 1);
 
     if (::connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
@@ -99,7 +101,7 @@ std::optional<ClientError> DaemonSocket::applyTimeout(double seconds)
     // Reads wait in poll() with the limit; writes block in the kernel, which keeps it.
     const timeval limit = timevalFor(seconds);
     if (::setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
-        return ClientError::ioFailed(u"setsockopt: "_qs + lastReason());
+        return ClientError::ioFailed(u"setsockopt: "_s + lastReason());
     m_receiveLimitMilliseconds = int(limit.tv_sec * 1000 + (limit.tv_usec + 999) / 1000);
     return std::nullopt;
 }
@@ -122,7 +124,7 @@ bool DaemonSocket::sendAll(int descriptor, QByteArrayView bytes)
 std::optional<ClientError> DaemonSocket::writeAll(const QByteArray &bytes)
 {
     if (!sendAll(m_descriptor, bytes))
-        return ClientError::ioFailed(u"write: "_qs + lastReason());
+        return ClientError::ioFailed(u"write: "_s + lastReason());
     return std::nullopt;
 }
 
@@ -151,7 +153,7 @@ std::variant<QByteArray, ClientError> DaemonSocket::readLine(QByteArray buffer, 
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return ClientError::ioFailed(u"read: "_qs + lastReason());
+            return ClientError::ioFailed(u"read: "_s + lastReason());
         if (count == 0)
             break;
         if (const void *feed = std::memchr(gathered.constData() + start, '\n', size_t(count)))

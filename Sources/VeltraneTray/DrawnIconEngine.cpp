@@ -3,6 +3,8 @@
 #include <QImage>
 #include <QPainter>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 DrawnIconEngine::DrawnIconEngine(qreal side, Drawing drawing)
@@ -50,7 +52,7 @@ QList<QSize> DrawnIconEngine::availableSizes(QIcon::Mode, QIcon::State)
     return {{16, 16}, {22, 22}, {24, 24}, {32, 32}, {44, 44}, {48, 48}, {64, 64}};
 }
 
-QString DrawnIconEngine::key() const { return u"VeltraneDrawnIconEngine"_qs; }
+QString DrawnIconEngine::key() const { return u"VeltraneDrawnIconEngine"_s; }
 
 QIconEngine *DrawnIconEngine::clone() const { return new DrawnIconEngine(m_side, m_drawing); }
 

@@ -4,12 +4,14 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
 
-const QString service = u"org.freedesktop.Notifications"_qs;
-const QString path = u"/org/freedesktop/Notifications"_qs;
+const QString service = u"org.freedesktop.Notifications"_s;
+const QString path = u"/org/freedesktop/Notifications"_s;
 
 QDBusPendingCallWatcher *callAsync(const QDBusConnection &bus, const QString &method,
                                    const QVariantList &arguments, QObject *parent)
@@ -52,7 +54,7 @@ void FreedesktopNotificationCenter::queryCapabilities()
     if (m_bodyMarkup.has_value() || m_queryInFlight)
         return;
     m_queryInFlight = true;
-    auto *watcher = callAsync(m_bus, u"GetCapabilities"_qs, {}, this);
+    auto *watcher = callAsync(m_bus, u"GetCapabilities"_s, {}, this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
         call->deleteLater();
         m_queryInFlight = false;
@@ -60,7 +62,7 @@ void FreedesktopNotificationCenter::queryCapabilities()
         // A failed query leaves the answer unknown, so the next notice asks again; notices that
         // waited go out escaped and report the server's own error if it is still away.
         if (!reply.isError())
-            m_bodyMarkup = reply.value().contains(u"body-markup"_qs);
+            m_bodyMarkup = reply.value().contains(u"body-markup"_s);
         deliverWaiting();
     });
 }
@@ -77,11 +79,11 @@ void FreedesktopNotificationCenter::deliver(const NotificationRequest &request, 
     // Unknown is treated as markup: escaped text at worst shows its entities, while unescaped text
     // at a server that parses markup could show what the daemon never wrote.
     const QString body = m_bodyMarkup.value_or(true) ? request.body.toHtmlEscaped() : request.body;
-    QVariantMap hints{{u"x-veltrane-id"_qs, request.identifier}};
+    QVariantMap hints{{u"x-veltrane-id"_s, request.identifier}};
     if (!m_desktopEntry.isEmpty())
-        hints.insert(u"desktop-entry"_qs, m_desktopEntry);
+        hints.insert(u"desktop-entry"_s, m_desktopEntry);
     const QVariantList arguments{
-        u"Veltrane"_qs,  // app_name
+        u"Veltrane"_s,  // app_name
         0u,              // replaces_id: always a new notice
         QString(),       // app_icon: servers take it from the desktop entry
         request.title,   // summary, never markup
@@ -90,7 +92,7 @@ void FreedesktopNotificationCenter::deliver(const NotificationRequest &request, 
         hints,           //
         -1,              // expire_timeout: the server's default
     };
-    auto *watcher = callAsync(m_bus, u"Notify"_qs, arguments, this);
+    auto *watcher = callAsync(m_bus, u"Notify"_s, arguments, this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [delivered = std::move(delivered)](QDBusPendingCallWatcher *call) {
                 call->deleteLater();

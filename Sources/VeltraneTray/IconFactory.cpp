@@ -13,6 +13,8 @@
 
 #include <cmath>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -36,7 +38,7 @@ void drawFallbackGlyph(QPainter &painter)
     painter.fillPath(square, Appearance::color({30, 41, 59}));
 
     const QFont font = Appearance::systemFont(11, QFont::Bold);
-    const QString letter = u"V"_qs;
+    const QString letter = u"V"_s;
     const QFontMetricsF metrics(font);
     // The text's line box is centred in the whole square, as its measured width and height say.
     const qreal left = (glyphSide - metrics.horizontalAdvance(letter)) * 0.5;
@@ -140,12 +142,12 @@ QIcon logoIcon()
 QStringList logoCandidates(const std::optional<QString> &resourceDirectory, const QString &bundleDirectory,
                            const QString &sourceRoot)
 {
-    const QString fileName = u"veltrane-logo.png"_qs;
+    const QString fileName = u"veltrane-logo.png"_s;
     QStringList candidates;
     if (resourceDirectory)
         candidates.append(QDir(*resourceDirectory).filePath(fileName));
     candidates.append(QDir(bundleDirectory).filePath(fileName));
-    candidates.append(QDir(sourceRoot).filePath(u"Resources/"_qs + fileName));
+    candidates.append(QDir(sourceRoot).filePath(u"Resources/"_s + fileName));
     return candidates;
 }
 
@@ -157,7 +159,7 @@ QStringList logoCandidates()
 }
 
 // This file is Sources/VeltraneTray/IconFactory.cpp inside the tree: three components up.
-QString sourceRoot() { return QDir::cleanPath(QString::fromUtf8(__FILE__) + u"/../../.."_qs); }
+QString sourceRoot() { return QDir::cleanPath(QString::fromUtf8(__FILE__) + u"/../../.."_s); }
 
 Logo loadLogo(const QStringList &candidates)
 {

@@ -10,6 +10,8 @@
 
 #include <optional>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 /// The logo, scaled to fit its square with its proportions kept, drawn at the screen's density.
@@ -79,7 +81,7 @@ ElidedLabel *makeLabel(QWidget *row, const char *name, ElidedLabel::Tone tone, c
 // an action's text as the mark of a keyboard shortcut.
 QString actionText(const ElidedLabel *label)
 {
-    return label->displayedText().replace(u'&', u"&&"_qs);
+    return label->displayedText().replace(u'&', u"&&"_s);
 }
 
 // A text row's text: whole up to textRowCharacters, else shortened in the middle, keeping its
@@ -97,7 +99,7 @@ QString textRowOf(const QString &text)
             --tail;
         row = text.left(head) + u'\u2026' + text.right(tail);
     }
-    return row.replace(u'&', u"&&"_qs);
+    return row.replace(u'&', u"&&"_s);
 }
 
 QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
@@ -112,8 +114,8 @@ QAction *makeTextRow(QObject *owner, const QIcon &icon = {})
 MenuDeviceText MenuDeviceText::from(const QString &fqdn, const QString &ip, const QString &owner)
 {
     MenuDeviceText text;
-    text.name = fqdn.isEmpty() ? u"This device"_qs : fqdn;
-    text.detail = owner.isEmpty() ? ip : ip + u" \u00b7 "_qs + owner;
+    text.name = fqdn.isEmpty() ? u"This device"_s : fqdn;
+    text.detail = owner.isEmpty() ? ip : ip + u" \u00b7 "_s + owner;
     text.nameToolTip = fqdn;
     text.detailToolTip = text.detail;
     return text;
@@ -131,12 +133,12 @@ MenuHeaderView::MenuHeaderView(QWidget *parent)
     , m_statusAction(makeTextRow(this))
 {
     setFixedSize(280, 52);
-    m_logoView->setObjectName(u"logoView"_qs);
+    m_logoView->setObjectName(u"logoView"_s);
     m_logoView->setGeometry(fromBottomLeft(52, 14, 12, 28, 28));
-    m_dotView->setObjectName(u"dotView"_qs);
+    m_dotView->setObjectName(u"dotView"_s);
     m_dotView->setGeometry(fromBottomLeft(52, 54, 13, 8, 8));
 
-    m_titleLabel->setText(u"Veltrane"_qs);
+    m_titleLabel->setText(u"Veltrane"_s);
     m_titleAction->setText(actionText(m_titleLabel));
 }
 

@@ -10,6 +10,8 @@
 #include <QShortcut>
 #include <QVBoxLayout>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -27,7 +29,7 @@ void followVisibility(QWidget *row, QAction *action)
 
 MenuWindow::MenuWindow(QMenu *menu, const QList<ViewRow> &views)
 {
-    setWindowTitle(u"Veltrane"_qs);
+    setWindowTitle(u"Veltrane"_s);
     setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowMinimizeButtonHint
                    | Qt::WindowCloseButtonHint);
     // Escape closes it, as it closes a menu.
@@ -64,13 +66,13 @@ MenuWindow::MenuWindow(QMenu *menu, const QList<ViewRow> &views)
 
     // Made last, so a screen reader reads it after the rows.
     m_noTrayHint = new QLabel(this);
-    m_noTrayHint->setObjectName(u"noTrayHint"_qs);
+    m_noTrayHint->setObjectName(u"noTrayHint"_s);
     m_noTrayHint->setTextFormat(Qt::PlainText);
     m_noTrayHint->setWordWrap(true);
     m_noTrayHint->setFixedWidth(windowWidth - 28);
     m_noTrayHint->setFont(Appearance::systemFont(11));
     m_noTrayHint->setText(u"This desktop shows no status icons. On GNOME, turn on the AppIndicator extension "
-                          "to see Veltrane in the top bar."_qs);
+                          "to see Veltrane in the top bar."_s);
     m_noTrayHint->setForegroundRole(QPalette::PlaceholderText);
     layout->addSpacing(6);
     layout->addWidget(m_noTrayHint, 0, Qt::AlignHCenter);
@@ -94,7 +96,7 @@ void MenuWindow::addActionRow(QAction *action)
     auto *row = new QPushButton(this);
     row->setFlat(true);
     row->setMinimumWidth(windowWidth);
-    row->setStyleSheet(u"QPushButton { text-align: left; padding: 5px 14px; }"_qs);
+    row->setStyleSheet(u"QPushButton { text-align: left; padding: 5px 14px; }"_s);
     const auto update = [row, action] {
         row->setText(action->text());
         row->setEnabled(action->isEnabled());

@@ -3,6 +3,8 @@
 #include <QDebug>
 #include <QUuid>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::Notify {
 
 namespace {
@@ -31,7 +33,7 @@ void show(const QString &title, const QString &body)
 {
     Target &to = target();
     if (!to.applicationId) {
-        qInfo().noquote() << u"[notification] %1 \u2014 %2"_qs.arg(title, body);
+        qInfo().noquote() << u"[notification] %1 \u2014 %2"_s.arg(title, body);
         return;
     }
     if (!to.authorizationRequested) {
@@ -43,7 +45,7 @@ void show(const QString &title, const QString &body)
     to.center->add(request, [title, body](const std::optional<QString> &error) {
         if (error)
             qWarning().noquote()
-                << u"[notification] delivery failed: %1 (%2 \u2014 %3)"_qs.arg(*error, title, body);
+                << u"[notification] delivery failed: %1 (%2 \u2014 %3)"_s.arg(*error, title, body);
     });
 }
 

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -87,8 +89,8 @@ QString cellText(const ConnectableDeviceSnapshot &device, PeerListModel::Column 
         return orEmpty(device.assignedIp);
     case PeerListModel::StatusColumn:
         if (!isOnline(device))
-            return u"offline"_qs;
-        return path && path->state ? *path->state : u"online"_qs;
+            return u"offline"_s;
+        return path && path->state ? *path->state : u"online"_s;
     case PeerListModel::PathColumn:
         return path ? orEmpty(path->endpoint) : QString();
     case PeerListModel::RttColumn:

@@ -20,6 +20,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -67,7 +69,7 @@ PeersWindowController::PeersWindowController()
     , m_tableView(new PeerTableView)
     , m_footerLabel(new ElidedLabel(ElidedLabel::Tone::Secondary))
 {
-    m_window->setWindowTitle(u"Veltrane \u2014 Peers"_qs);
+    m_window->setWindowTitle(u"Veltrane \u2014 Peers"_s);
     m_window->resize(initialSize);
     m_window->setMinimumSize(640, 360);
     // Dark whatever the desktop's theme; the row menu, a window of its own, follows.
@@ -88,19 +90,19 @@ PeersWindowController::~PeersWindowController() = default;
 // width taking every point the window grows by, 8 points, the footer, 8 points.
 void PeersWindowController::buildContent()
 {
-    m_searchField->setObjectName(u"searchField"_qs);
-    m_searchField->setPlaceholderText(u"Search devices"_qs);
-    m_searchField->setAccessibleName(u"Search devices"_qs);
+    m_searchField->setObjectName(u"searchField"_s);
+    m_searchField->setPlaceholderText(u"Search devices"_s);
+    m_searchField->setAccessibleName(u"Search devices"_s);
     m_searchField->installEventFilter(this);
     m_searchField->setClearButtonEnabled(true);
     if (auto *clear = m_searchField->findChild<QToolButton *>())
-        clear->setAccessibleName(u"Clear search"_qs);
+        clear->setAccessibleName(u"Clear search"_s);
     m_searchField->setFixedHeight(28);
     new CaretRest(m_searchField);
     connect(m_searchField, &QLineEdit::textChanged, this, &PeersWindowController::applyFilter);
 
-    m_tableView->setObjectName(u"tableView"_qs);
-    m_tableView->setAccessibleName(u"Peers"_qs);
+    m_tableView->setObjectName(u"tableView"_s);
+    m_tableView->setAccessibleName(u"Peers"_s);
     m_tableView->setModel(&m_model);
     m_tableView->setItemDelegate(new PeerCellDelegate(m_tableView));
     m_tableView->setFont(Appearance::systemFont(12));
@@ -142,7 +144,7 @@ void PeersWindowController::buildContent()
     layout->setSpacing(8);
     layout->addLayout(insetHorizontally(m_searchField, 16));
     layout->addWidget(m_tableView, 1);
-    m_footerLabel->setObjectName(u"footerLabel"_qs);
+    m_footerLabel->setObjectName(u"footerLabel"_s);
     m_footerLabel->setFont(Appearance::systemFont(11));
     m_footerLabel->setFixedHeight(16);
     layout->addLayout(insetHorizontally(m_footerLabel, 16));
@@ -151,11 +153,11 @@ void PeersWindowController::buildContent()
 QMenu *PeersWindowController::buildRowMenu()
 {
     auto *menu = new QMenu(m_tableView);
-    menu->setObjectName(u"rowMenu"_qs);
+    menu->setObjectName(u"rowMenu"_s);
     // A menu takes the desktop theme's menu colours over its parent's; this one stays dark.
     menu->setPalette(Appearance::darkPalette());
-    menu->addAction(u"Copy DNS Name"_qs, this, &PeersWindowController::onCopyDns);
-    menu->addAction(u"Copy IP"_qs, this, &PeersWindowController::onCopyIp);
+    menu->addAction(u"Copy DNS Name"_s, this, &PeersWindowController::onCopyDns);
+    menu->addAction(u"Copy IP"_s, this, &PeersWindowController::onCopyIp);
     // The chosen action runs after the menu hides; forget the clicked row only once it has, and
     // only if no other menu opened meanwhile.
     connect(menu, &QMenu::aboutToHide, this, [this] {

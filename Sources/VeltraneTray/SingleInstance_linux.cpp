@@ -6,6 +6,8 @@
 #include <QDBusPendingReply>
 #include <QTimer>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::SingleInstance {
 
 namespace {
@@ -17,7 +19,7 @@ constexpr uint alreadyOwner = 4;
 // A running instance that does not answer a launch within this long is left to itself.
 constexpr int activationReplyMilliseconds = 5000;
 
-const QString applicationInterface = u"org.freedesktop.Application"_qs;
+const QString applicationInterface = u"org.freedesktop.Application"_s;
 
 // The object path of an application id, as the desktop entry specification derives it.
 QString objectPathOf(const QString &identity)
@@ -47,7 +49,7 @@ public Q_SLOTS:
 private:
     // Wayland's token lets a window take the focus; X11's startup id needs no passing on, as its
     // window managers let a new window of a running app come to the front.
-    static QString tokenOf(const QVariantMap &platformData) { return platformData.value(u"activation-token"_qs).toString(); }
+    static QString tokenOf(const QVariantMap &platformData) { return platformData.value(u"activation-token"_s).toString(); }
 
     Activated m_activated;
 };
@@ -57,9 +59,9 @@ QVariantMap launchPlatformData()
 {
     QVariantMap data;
     if (const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN"); !token.isEmpty())
-        data.insert(u"activation-token"_qs, QString::fromUtf8(token));
+        data.insert(u"activation-token"_s, QString::fromUtf8(token));
     if (const QByteArray id = qgetenv("DESKTOP_STARTUP_ID"); !id.isEmpty())
-        data.insert(u"desktop-startup-id"_qs, QString::fromUtf8(id));
+        data.insert(u"desktop-startup-id"_s, QString::fromUtf8(id));
     return data;
 }
 
@@ -67,7 +69,7 @@ void activateRunningInstance(const QDBusConnection &bus, const QString &identity
                              std::function<void(bool)> decided)
 {
     QDBusMessage activate =
-        QDBusMessage::createMethodCall(identity, objectPathOf(identity), applicationInterface, u"Activate"_qs);
+        QDBusMessage::createMethodCall(identity, objectPathOf(identity), applicationInterface, u"Activate"_s);
     activate << launchPlatformData();
     auto *call = new QDBusPendingCallWatcher(bus.asyncCall(activate, activationReplyMilliseconds), context);
     QObject::connect(call, &QDBusPendingCallWatcher::finished, context, [decided](QDBusPendingCallWatcher *finished) {
@@ -88,8 +90,8 @@ void claim(const QString &identity, QObject *context, std::function<void(bool ou
     // Exported before the name is ours, so that a launch right after cannot find it missing.
     bus.registerObject(objectPathOf(identity), new ApplicationActivation(std::move(activated), context),
                        QDBusConnection::ExportScriptableSlots);
-    QDBusMessage request = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_qs, u"/org/freedesktop/DBus"_qs,
-                                                          u"org.freedesktop.DBus"_qs, u"RequestName"_qs);
+    QDBusMessage request = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+                                                          u"org.freedesktop.DBus"_s, u"RequestName"_s);
     request << identity << doNotQueue;
     auto *call = new QDBusPendingCallWatcher(bus.asyncCall(request), context);
     QObject::connect(call, &QDBusPendingCallWatcher::finished, context,

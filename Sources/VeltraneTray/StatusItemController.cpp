@@ -11,6 +11,8 @@
 #include <QUrl>
 #include <QWidgetAction>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -105,13 +107,13 @@ void StatusItemController::buildMenu()
 {
     addViewRows(m_headerView.get(), m_headerView->textForm());
     m_menu->addSeparator();
-    m_toggleItem = addCommandRow(u"Connect"_qs, &StatusItemController::onToggleConnect);
+    m_toggleItem = addCommandRow(u"Connect"_s, &StatusItemController::onToggleConnect);
     m_deviceItem = addViewRows(m_deviceView.get(), m_deviceView->textForm());
-    m_peersItem = addCommandRow(u"Peers\u2026"_qs, &StatusItemController::onShowPeers);
-    m_loginItem = addCommandRow(u"Log in\u2026"_qs, &StatusItemController::onLogin);
-    m_logoutItem = addCommandRow(u"Log out"_qs, &StatusItemController::onLogout);
+    m_peersItem = addCommandRow(u"Peers\u2026"_s, &StatusItemController::onShowPeers);
+    m_loginItem = addCommandRow(u"Log in\u2026"_s, &StatusItemController::onLogin);
+    m_logoutItem = addCommandRow(u"Log out"_s, &StatusItemController::onLogout);
     m_menu->addSeparator();
-    addCommandRow(u"Quit Veltrane"_qs, &StatusItemController::onQuit)->setShortcut(QKeySequence::Quit);
+    addCommandRow(u"Quit Veltrane"_s, &StatusItemController::onQuit)->setShortcut(QKeySequence::Quit);
 }
 
 QAction *StatusItemController::addCommandRow(const QString &title, void (StatusItemController::*action)())
@@ -154,7 +156,7 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
 {
     if (m_loginPending && (state == TrayState::Connected || state == TrayState::Connecting)) {
         m_loginPending = false;
-        Notify::show(u"Signed in"_qs, u"The daemon picked up your session."_qs);
+        Notify::show(u"Signed in"_s, u"The daemon picked up your session."_s);
     }
     m_lastSnapshot = snapshot;
     m_lastState = state;
@@ -162,10 +164,10 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
     const HeaderPresentation header = headerPresentation(state);
     m_headerView->setPresentation(header);
     m_statusItem->setIcon(IconFactory::statusIcon(state));
-    m_statusItem->setToolTip(u"Veltrane \u2014 "_qs + header.text);
+    m_statusItem->setToolTip(u"Veltrane \u2014 "_s + header.text);
 
     const bool reachable = state != TrayState::DaemonUnreachable;
-    m_toggleItem->setText(reachable && wantsRunning(snapshot) ? u"Disconnect"_qs : u"Connect"_qs);
+    m_toggleItem->setText(reachable && wantsRunning(snapshot) ? u"Disconnect"_s : u"Connect"_s);
     m_toggleItem->setEnabled(reachable && !m_commandInFlight);
 
     const bool connected = state == TrayState::Connected;
@@ -194,7 +196,7 @@ void StatusItemController::runCommand(const QString &command, double timeoutSeco
     m_commandInFlight = true;
     m_client.send({command}, timeoutSeconds, this, [this, outcome](const DaemonResult &result) {
         if (const auto *error = std::get_if<ClientError>(&result))
-            Notify::show(u"Veltrane"_qs, u"Unable to reach the daemon: "_qs + error->errorDescription());
+            Notify::show(u"Veltrane"_s, u"Unable to reach the daemon: "_s + error->errorDescription());
         else
             outcome(std::get<DaemonControlResponse>(result));
         m_commandInFlight = false;
@@ -205,45 +207,45 @@ void StatusItemController::runCommand(const QString &command, double timeoutSeco
 void StatusItemController::onToggleConnect()
 {
     if (m_lastState == TrayState::DaemonUnreachable) {
-        Notify::show(u"Veltrane"_qs, u"The Veltrane daemon is not running."_qs);
+        Notify::show(u"Veltrane"_s, u"The Veltrane daemon is not running."_s);
         return;
     }
     const bool stop = wantsRunning(m_lastSnapshot);
-    const QString failureTitle = stop ? u"Disconnect failed"_qs : u"Connect failed"_qs;
-    runCommand(stop ? u"stop"_qs : u"start"_qs, startStopTimeoutSeconds, [failureTitle](const DaemonControlResponse &response) {
+    const QString failureTitle = stop ? u"Disconnect failed"_s : u"Connect failed"_s;
+    runCommand(stop ? u"stop"_s : u"start"_s, startStopTimeoutSeconds, [failureTitle](const DaemonControlResponse &response) {
         if (!response.succeeded())
-            notifyRefusal(response, failureTitle, u"The daemon rejected the request."_qs);
+            notifyRefusal(response, failureTitle, u"The daemon rejected the request."_s);
     });
 }
 
 void StatusItemController::onLogin()
 {
-    runCommand(u"login_via_link"_qs, loginTimeoutSeconds, [this](const DaemonControlResponse &response) {
+    runCommand(u"login_via_link"_s, loginTimeoutSeconds, [this](const DaemonControlResponse &response) {
         if (!response.succeeded()) {
-            notifyRefusal(response, u"Sign-in failed"_qs, u"Login failed."_qs);
+            notifyRefusal(response, u"Sign-in failed"_s, u"Login failed."_s);
             return;
         }
         const QString link = response.login ? response.login->loginUrl.value_or(QString()) : QString();
         const QUrl url(link, QUrl::StrictMode);
         if (link.isEmpty() || !url.isValid()) {
-            Notify::show(u"Sign-in"_qs, response.message.value_or(u"Login link issued."_qs));
+            Notify::show(u"Sign-in"_s, response.message.value_or(u"Login link issued."_s));
             return;
         }
         m_openUrl(url);
         m_loginPending = true;
-        Notify::show(u"Sign-in"_qs,
-                     u"Complete the sign-in in your browser. Veltrane will pick up the session automatically."_qs);
+        Notify::show(u"Sign-in"_s,
+                     u"Complete the sign-in in your browser. Veltrane will pick up the session automatically."_s);
     });
 }
 
 void StatusItemController::onLogout()
 {
-    runCommand(u"logout"_qs, logoutTimeoutSeconds, [](const DaemonControlResponse &response) {
+    runCommand(u"logout"_s, logoutTimeoutSeconds, [](const DaemonControlResponse &response) {
         if (!response.succeeded()) {
-            notifyRefusal(response, u"Sign-out failed"_qs, u"Logout failed."_qs);
+            notifyRefusal(response, u"Sign-out failed"_s, u"Logout failed."_s);
             return;
         }
-        Notify::show(u"Signed out"_qs, response.message.value_or(u"Your session has been ended."_qs));
+        Notify::show(u"Signed out"_s, response.message.value_or(u"Your session has been ended."_s));
     });
 }
 

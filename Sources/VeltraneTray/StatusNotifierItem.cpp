@@ -5,6 +5,8 @@
 #include <QDBusMessage>
 #include <QtEndian>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -80,7 +82,7 @@ void StatusNotifierItem::registerWith(const QString &watcher)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(watcher, StatusNotifierWatch::watcherPath,
                                                        StatusNotifierWatch::watcherService,
-                                                       u"RegisterStatusNotifierItem"_qs);
+                                                       u"RegisterStatusNotifierItem"_s);
     call << m_bus.baseService();
     // Sent without waiting for the answer: a watcher that refuses us leaves nothing to do until
     // the next one appears.
@@ -92,7 +94,7 @@ void StatusNotifierItem::registerWith(const QString &watcher)
 void StatusNotifierItem::refuseActivation()
 {
     if (calledFromDBus())
-        sendErrorReply(QDBusError::NotSupported, u"The item is a menu; show the menu instead"_qs);
+        sendErrorReply(QDBusError::NotSupported, u"The item is a menu; show the menu instead"_s);
 }
 
 void StatusNotifierItem::ContextMenu(int, int) { refuseActivation(); }

@@ -57,8 +57,8 @@ class StatusNotifierItem : public QObject, public StatusItem, protected QDBusCon
     Q_PROPERTY(QString AttentionAccessibleDesc READ accessibleDescription)
 
 public:
-    static inline const QString itemPath = u"/StatusNotifierItem"_qs;
-    static inline const QString menuObjectPath = u"/MenuBar"_qs;
+    static inline const QString itemPath = QStringLiteral("/StatusNotifierItem");
+    static inline const QString menuObjectPath = QStringLiteral("/MenuBar");
 
     /// The pixel sizes of the icon a host is offered: what panels draw at 1× and at 2×.
     static constexpr int iconSizes[] = {16, 22, 24, 32, 44, 48, 64, 96, 128};
@@ -73,10 +73,10 @@ public:
     QString takeActivationToken() override { return std::exchange(m_activationToken, {}); }
     void onShownChanged(std::function<void(bool shown)> changed) override;
 
-    QString category() const { return u"ApplicationStatus"_qs; }
+    QString category() const { return QStringLiteral("ApplicationStatus"); }
     QString id() const { return m_id; }
-    QString title() const { return u"Veltrane"_qs; }
-    QString status() const { return u"Active"_qs; }
+    QString title() const { return QStringLiteral("Veltrane"); }
+    QString status() const { return QStringLiteral("Active"); }
     int windowId() const { return 0; }
     bool itemIsMenu() const { return true; }
     QDBusObjectPath menuPath() const { return QDBusObjectPath(menuObjectPath); }

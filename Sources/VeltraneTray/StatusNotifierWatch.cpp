@@ -6,6 +6,8 @@
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 StatusNotifierWatch::StatusNotifierWatch(const QDBusConnection &bus, QObject *parent)
@@ -15,7 +17,7 @@ StatusNotifierWatch::StatusNotifierWatch(const QDBusConnection &bus, QObject *pa
     m_hostBound.setSingleShot(true);
     m_hostBound.setInterval(hostBoundMilliseconds);
     connect(&m_hostBound, &QTimer::timeout, this, &StatusNotifierWatch::tellOnce);
-    m_bus.connect(watcherService, watcherPath, watcherService, u"StatusNotifierHostRegistered"_qs, this,
+    m_bus.connect(watcherService, watcherPath, watcherService, u"StatusNotifierHostRegistered"_s, this,
                   SLOT(tellOnce()));
 
     auto *owners = new QDBusServiceWatcher(watcherService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
@@ -23,8 +25,8 @@ StatusNotifierWatch::StatusNotifierWatch(const QDBusConnection &bus, QObject *pa
             [this](const QString &, const QString &, const QString &newOwner) { ownerSeen(newOwner); });
 
     // A watcher already there sent its owner change before we listened: ask once who owns it.
-    QDBusMessage ask = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_qs, u"/org/freedesktop/DBus"_qs,
-                                                      u"org.freedesktop.DBus"_qs, u"GetNameOwner"_qs);
+    QDBusMessage ask = QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+                                                      u"org.freedesktop.DBus"_s, u"GetNameOwner"_s);
     ask << watcherService;
     auto *call = new QDBusPendingCallWatcher(bus.asyncCall(ask), this);
     connect(call, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *finished) {
@@ -50,9 +52,9 @@ void StatusNotifierWatch::ownerSeen(const QString &owner)
     }
     m_told = false;
     m_hostBound.start();
-    QDBusMessage ask = QDBusMessage::createMethodCall(owner, watcherPath, u"org.freedesktop.DBus.Properties"_qs,
-                                                      u"Get"_qs);
-    ask << watcherService << u"IsStatusNotifierHostRegistered"_qs;
+    QDBusMessage ask = QDBusMessage::createMethodCall(owner, watcherPath, u"org.freedesktop.DBus.Properties"_s,
+                                                      u"Get"_s);
+    ask << watcherService << u"IsStatusNotifierHostRegistered"_s;
     auto *call = new QDBusPendingCallWatcher(m_bus.asyncCall(ask), this);
     connect(call, &QDBusPendingCallWatcher::finished, this, [this, owner](QDBusPendingCallWatcher *finished) {
         finished->deleteLater();

@@ -20,8 +20,8 @@ class StatusNotifierWatch : public QObject
     Q_OBJECT
 
 public:
-    static inline const QString watcherService = u"org.kde.StatusNotifierWatcher"_qs;
-    static inline const QString watcherPath = u"/StatusNotifierWatcher"_qs;
+    static inline const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
+    static inline const QString watcherPath = QStringLiteral("/StatusNotifierWatcher");
 
     /// How long a new watcher may take to report a host before it is told of anyway.
     static constexpr int hostBoundMilliseconds = 3000;

@@ -2,6 +2,8 @@
 
 #include <QHash>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane {
 
 namespace {
@@ -43,12 +45,12 @@ TrayState trayStateFrom(const std::optional<DaemonStatusSnapshot> &snapshot)
         return TrayState::Stopped;
 
     static const QHash<QString, TrayState> byMembership{
-        {u"membership_active"_qs, TrayState::Connected},
-        {u"nodemap_stream_open"_qs, TrayState::Connected},
-        {u"no_active_memberships"_qs, TrayState::NoNetwork},
-        {u"awaiting_login"_qs, TrayState::LoggedOut},
-        {u"session_revoked"_qs, TrayState::LoggedOut},
-        {u"invalid_snapshot"_qs, TrayState::Error},
+        {u"membership_active"_s, TrayState::Connected},
+        {u"nodemap_stream_open"_s, TrayState::Connected},
+        {u"no_active_memberships"_s, TrayState::NoNetwork},
+        {u"awaiting_login"_s, TrayState::LoggedOut},
+        {u"session_revoked"_s, TrayState::LoggedOut},
+        {u"invalid_snapshot"_s, TrayState::Error},
     };
     return byMembership.value(snapshot->membershipState.value_or(QString()), TrayState::Connecting);
 }

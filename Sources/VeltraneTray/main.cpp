@@ -10,12 +10,13 @@
 #include <QApplication>
 #include <QTimer>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 int main(int argc, char *argv[])
 {
     QApplication application(argc, argv);
-    QApplication::setApplicationName(u"veltrane-tray"_qs);
+    QApplication::setApplicationName(u"veltrane-tray"_s);
     QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit
     QApplication::setWindowIcon(IconFactory::logoIcon());
     ApplicationShell::prepare();
@@ -26,7 +27,7 @@ int main(int argc, char *argv[])
     // Without an identity notices go to the log, and no notification service is needed.
     Notify::install(identity, identity ? createNotificationCenter(*identity) : nullptr);
     // The autostart entry says so in its Exec line; nothing else is read from the command line.
-    const bool atLogin = QApplication::arguments().contains(u"--autostart"_qs);
+    const bool atLogin = QApplication::arguments().contains(u"--autostart"_s);
     AppDelegate delegate(identity, atLogin ? AppDelegate::Launch::AtLogin : AppDelegate::Launch::ByUser);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -35,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (error.error != QJsonParseError::NoError || !reference.isObject())
         std::abort();
     const auto &response = std::get<DaemonControlResponse>(result);
-    const QJsonValue success = reference.object().value(u"success"_qs);
+    const QJsonValue success = reference.object().value(u"success"_s);
     if (success.isBool() != response.success.has_value())
         std::abort();
     if (success.isBool() && success.toBool() != *response.success)

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <random>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::Simulator {
 
 namespace {
@@ -63,7 +65,7 @@ QList<ConnectableDeviceSnapshot> generatePeers(int count, quint32 seed, const QS
     auto pick = [&](const auto &pool) -> const auto & {
         return pool[std::uniform_int_distribution<size_t>(0, pool.size() - 1)(random)];
     };
-    const QString domain = hostSpelling(networkName) + u".veltrane.net"_qs;
+    const QString domain = hostSpelling(networkName) + u".veltrane.net"_s;
 
     QList<ConnectableDeviceSnapshot> peers;
     peers.reserve(count);
@@ -75,10 +77,10 @@ QList<ConnectableDeviceSnapshot> generatePeers(int count, quint32 seed, const QS
         if (chance(0.7)) {
             const QString person = QString::fromUtf16(pick(people));
             const DeviceKind &kind = pick(personalDevices);
-            computerName = u"%1’s %2"_qs.arg(person, QString::fromUtf16(kind.friendly));
+            computerName = u"%1’s %2"_s.arg(person, QString::fromUtf16(kind.friendly));
             host = hostSpelling(person) + u'-' + QString::fromUtf16(kind.host);
         } else {
-            host = u"%1-%2"_qs.arg(QString::fromUtf16(pick(serverRoles)))
+            host = u"%1-%2"_s.arg(QString::fromUtf16(pick(serverRoles)))
                        .arg(std::uniform_int_distribution<int>(1, 99)(random), 2, 10, QChar(u'0'));
             computerName = host;
         }
@@ -96,8 +98,8 @@ QList<ConnectableDeviceSnapshot> generatePeers(int count, quint32 seed, const QS
         peer.fqdn = host + u'.' + domain;
         peer.networkId = networkId;
         peer.networkName = networkName;
-        peer.clientId = u"c%1"_qs.arg(quint64(random()) << 32 | random(), 16, 16, QChar(u'0'));
-        peer.assignedIp = u"100.%1.%2.%3"_qs.arg(64 + (index + 2) / 65536 % 64)
+        peer.clientId = u"c%1"_s.arg(quint64(random()) << 32 | random(), 16, 16, QChar(u'0'));
+        peer.assignedIp = u"100.%1.%2.%3"_s.arg(64 + (index + 2) / 65536 % 64)
                               .arg((index + 2) / 256 % 256)
                               .arg((index + 2) % 256);
         peer.online = chance(0.85);
@@ -105,15 +107,15 @@ QList<ConnectableDeviceSnapshot> generatePeers(int count, quint32 seed, const QS
         NodeConnectionStatusSnapshot path;
         if (*peer.online) {
             const bool direct = chance(0.7);
-            path.state = direct ? u"direct"_qs : u"relayed"_qs;
-            path.endpoint = direct ? u"203.0.113.%1:41641"_qs.arg(random() % 254 + 1)
-                                   : QString::fromUtf16(pick(relays)) + u".veltrane.net:443"_qs;
+            path.state = direct ? u"direct"_s : u"relayed"_s;
+            path.endpoint = direct ? u"203.0.113.%1:41641"_s.arg(random() % 254 + 1)
+                                   : QString::fromUtf16(pick(relays)) + u".veltrane.net:443"_s;
             // Round-trip times are skewed: most peers are near, a few are far away.
             const double median = direct ? 9.0 : 48.0;
             const double rtt = median * std::exp(std::normal_distribution<double>(0, 0.9)(random));
             path.roundTripTimeMilliseconds = std::round(rtt * 1000) / 1000;
         } else {
-            path.state = u"idle"_qs;
+            path.state = u"idle"_s;
         }
         peer.connectionStatus = path;
         peers.append(std::move(peer));

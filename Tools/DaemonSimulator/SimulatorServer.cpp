@@ -15,6 +15,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::Simulator {
 
 namespace {
@@ -44,23 +46,23 @@ constexpr auto pollSlice = 100; // ms between looks at the stop flag
 QByteArray withWrongType(const QByteArray &reply)
 {
     QJsonObject object = QJsonDocument::fromJson(reply).object();
-    QJsonObject status = object[u"status"_qs].toObject();
-    QJsonArray devices = status[u"connectableDevices"_qs].toArray();
+    QJsonObject status = object[u"status"_s].toObject();
+    QJsonArray devices = status[u"connectableDevices"_s].toArray();
     if (devices.isEmpty()) {
-        object[u"success"_qs] = u"true"_qs;
+        object[u"success"_s] = u"true"_s;
     } else {
         QJsonObject last = devices.last().toObject();
-        last[u"online"_qs] = u"true"_qs;
+        last[u"online"_s] = u"true"_s;
         devices.replace(devices.size() - 1, last);
-        status[u"connectableDevices"_qs] = devices;
-        object[u"status"_qs] = status;
+        status[u"connectableDevices"_s] = devices;
+        object[u"status"_s] = status;
     }
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
 QString commandOf(const QByteArray &request)
 {
-    return QJsonDocument::fromJson(request)[u"command"_qs].toString();
+    return QJsonDocument::fromJson(request)[u"command"_s].toString();
 }
 
 } // namespace
@@ -92,7 +94,7 @@ std::optional<QString> SimulatorServer::listen(const QString &path)
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (size_t(m_path.size()) >= sizeof address.sun_path)
-        return u"socket path too long"_qs;
+        return u"socket path too long"_s;
     std::memcpy(address.sun_path, m_path.constData(), size_t(m_path.size()) + 1);
 
     m_listener = ::socket(AF_UNIX, SOCK_STREAM, 0);

@@ -9,36 +9,37 @@
 #include <csignal>
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane::Simulator;
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(u"veltrane-daemon-sim"_qs);
+    QCoreApplication::setApplicationName(u"veltrane-daemon-sim"_s);
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        u"Simulated Veltrane daemon on a Unix socket. SIGUSR1 completes a pending sign-in."_qs);
+        u"Simulated Veltrane daemon on a Unix socket. SIGUSR1 completes a pending sign-in."_s);
     parser.addHelpOption();
-    const QCommandLineOption socketOption(u"socket"_qs, u"Socket path to listen on."_qs, u"path"_qs,
+    const QCommandLineOption socketOption(u"socket"_s, u"Socket path to listen on."_s, u"path"_s,
                                           QString::fromLatin1(Veltrane::DaemonClient::defaultSocketPath));
-    const QCommandLineOption peersOption(u"peers"_qs, u"Number of peer devices."_qs, u"count"_qs, u"24"_qs);
-    const QCommandLineOption seedOption(u"seed"_qs, u"Seed of the generated peers."_qs, u"n"_qs, u"1"_qs);
-    const QCommandLineOption stoppedOption(u"stopped"_qs, u"Start with the connection down."_qs);
-    const QCommandLineOption signedOutOption(u"signed-out"_qs, u"Start signed out."_qs);
-    const QCommandLineOption noNetworkOption(u"no-network"_qs, u"Signed in, but in no network."_qs);
-    const QCommandLineOption taggedOption(u"tagged"_qs, u"This device is owned by a tag."_qs);
+    const QCommandLineOption peersOption(u"peers"_s, u"Number of peer devices."_s, u"count"_s, u"24"_s);
+    const QCommandLineOption seedOption(u"seed"_s, u"Seed of the generated peers."_s, u"n"_s, u"1"_s);
+    const QCommandLineOption stoppedOption(u"stopped"_s, u"Start with the connection down."_s);
+    const QCommandLineOption signedOutOption(u"signed-out"_s, u"Start signed out."_s);
+    const QCommandLineOption noNetworkOption(u"no-network"_s, u"Signed in, but in no network."_s);
+    const QCommandLineOption taggedOption(u"tagged"_s, u"This device is owned by a tag."_s);
     const QCommandLineOption loginDelayOption(
-        u"login-delay"_qs, u"Seconds until an issued sign-in link completes; negative waits for SIGUSR1."_qs,
-        u"seconds"_qs, u"4"_qs);
-    const QCommandLineOption connectDelayOption(u"connect-delay"_qs, u"Seconds from start to connected."_qs,
-                                                u"seconds"_qs, u"1.5"_qs);
+        u"login-delay"_s, u"Seconds until an issued sign-in link completes; negative waits for SIGUSR1."_s,
+        u"seconds"_s, u"4"_s);
+    const QCommandLineOption connectDelayOption(u"connect-delay"_s, u"Seconds from start to connected."_s,
+                                                u"seconds"_s, u"1.5"_s);
     const QCommandLineOption faultOption(
-        u"fault"_qs, u"Misbehave: one of %1, optionally for one command (e.g. refuse:start)."_qs.arg(faultNames().join(u", ")),
-        u"mode[:command]"_qs);
-    const QCommandLineOption driftOption(u"drifting-round-trips"_qs,
-                                         u"Every status reply gives new round-trip times."_qs);
-    const QCommandLineOption logOption(u"log-requests"_qs, u"Print every request line on standard error."_qs);
+        u"fault"_s, u"Misbehave: one of %1, optionally for one command (e.g. refuse:start)."_s.arg(faultNames().join(u", ")),
+        u"mode[:command]"_s);
+    const QCommandLineOption driftOption(u"drifting-round-trips"_s,
+                                         u"Every status reply gives new round-trip times."_s);
+    const QCommandLineOption logOption(u"log-requests"_s, u"Print every request line on standard error."_s);
     parser.addOptions({socketOption, peersOption, seedOption, stoppedOption, signedOutOption, noNetworkOption,
                        taggedOption, loginDelayOption, connectDelayOption, faultOption, driftOption, logOption});
     parser.process(app);

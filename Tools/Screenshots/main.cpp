@@ -16,6 +16,7 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -66,7 +67,7 @@ QImage menuWithRows()
     auto *header = new MenuHeaderView;
     header->setPresentation(headerPresentation(TrayState::Connected));
     auto *device = new MenuDeviceView;
-    device->setDevice(u"maria-macbook-pro.tail-net.example.ts.net"_qs, u"100.101.12.7"_qs, u"maria@example.com"_qs);
+    device->setDevice(u"maria-macbook-pro.tail-net.example.ts.net"_s, u"100.101.12.7"_s, u"maria@example.com"_s);
     auto addRow = [menu](QWidget *widget) {
         auto *action = new QWidgetAction(menu);
         action->setDefaultWidget(widget);
@@ -75,12 +76,12 @@ QImage menuWithRows()
     };
     addRow(header);
     menu->addSeparator();
-    menu->addAction(u"Disconnect"_qs);
+    menu->addAction(u"Disconnect"_s);
     addRow(device);
-    menu->addAction(u"Peers\u2026"_qs);
-    menu->addAction(u"Log out"_qs);
+    menu->addAction(u"Peers\u2026"_s);
+    menu->addAction(u"Log out"_s);
     menu->addSeparator();
-    menu->addAction(u"Quit Veltrane"_qs);
+    menu->addAction(u"Quit Veltrane"_s);
     menu->adjustSize();
     const QImage image = menu->grab().toImage();
     delete menu;
@@ -91,10 +92,10 @@ QImage peersWindow()
 {
     PeersWindowController controller;
     DaemonStatusSnapshot status;
-    status.connectableDevices = Simulator::generatePeers(48, 7, u"net-1"_qs, u"Example Network"_qs);
+    status.connectableDevices = Simulator::generatePeers(48, 7, u"net-1"_s, u"Example Network"_s);
     controller.applySnapshot(status, TrayState::Connected);
-    controller.window()->findChild<QLineEdit *>(u"searchField"_qs)->setText(u"  mac"_qs);
-    controller.window()->findChild<QTableView *>(u"tableView"_qs)->selectRow(2);
+    controller.window()->findChild<QLineEdit *>(u"searchField"_s)->setText(u"  mac"_s);
+    controller.window()->findChild<QTableView *>(u"tableView"_s)->selectRow(2);
     controller.showWindow();
     return controller.window()->grab().toImage();
 }
@@ -105,17 +106,17 @@ int main(int argc, char *argv[])
 {
     QApplication app(argc, argv);
     const QStringList arguments = app.arguments();
-    QDir directory(arguments.size() > 1 ? arguments[1] : u"."_qs);
-    if (!directory.mkpath(u"."_qs)) {
+    QDir directory(arguments.size() > 1 ? arguments[1] : u"."_s);
+    if (!directory.mkpath(u"."_s)) {
         std::fprintf(stderr, "cannot create %s\n", qPrintable(directory.path()));
         return 1;
     }
     bool saved = true;
     for (const TrayState state : allTrayStates)
         saved &= save(IconFactory::statusIcon(state).pixmap(QSize(18, 18), 4.0).toImage(), directory,
-                      u"icon-%1.png"_qs.arg(slug(state)));
-    saved &= save(iconSheet(), directory, u"status-icons.png"_qs);
-    saved &= save(menuWithRows(), directory, u"menu-rows.png"_qs);
-    saved &= save(peersWindow(), directory, u"peers-window.png"_qs);
+                      u"icon-%1.png"_s.arg(slug(state)));
+    saved &= save(iconSheet(), directory, u"status-icons.png"_s);
+    saved &= save(menuWithRows(), directory, u"menu-rows.png"_s);
+    saved &= save(peersWindow(), directory, u"peers-window.png"_s);
     return saved ? 0 : 1;
 }

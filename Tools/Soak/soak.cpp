@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 namespace {
@@ -48,7 +49,7 @@ QStringList openDescriptors()
     QStringList targets;
     const QDir descriptors(QStringLiteral("/proc/self/fd"));
     for (const QString &entry : descriptors.entryList(QDir::NoDotAndDotDot | QDir::System))
-        targets.append(entry + u" "_qs + QFile::symLinkTarget(descriptors.filePath(entry)));
+        targets.append(entry + u" "_s + QFile::symLinkTarget(descriptors.filePath(entry)));
     return targets;
 }
 
