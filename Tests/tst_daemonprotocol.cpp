@@ -10,7 +10,8 @@ using namespace Qt::StringLiterals;
 using namespace Veltrane;
 
 // Each reply line and what the decoder makes of it, written as JSON: the record that comes out,
-// in the daemon's own spelling, or "!" and the reason it is rejected ("!" alone: any reason).
+// in the daemon's own spelling, or "!" and the reason it is rejected, in the same words whichever
+// simdjson the app is built with.
 // The expected side is written out by hand, not taken from the key table that the decoder and the
 // simulator share, so a misspelt key in that table shows.
 class TestDaemonProtocol : public QObject
@@ -42,9 +43,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, line);
         QFETCH(QByteArray, expected);
         const QByteArray got = decoded(line);
-        if (expected == "!")
-            QVERIFY2(got.startsWith("!") && got.size() > 1, got.constData());
-        else if (expected.startsWith('!'))
+        if (expected.startsWith('!'))
             QCOMPARE(got, expected);
         else
             QCOMPARE(QJsonDocument::fromJson(got).object(), QJsonDocument::fromJson(expected).object());
@@ -154,9 +153,9 @@ void TestDaemonProtocol::decodes_data()
         R"("login":{"loginUrl":"https://x.example/a"}})");
     row("trailing carriage return is white space", "{\"code\":\"ok\"}\r", R"({"code":"ok"})");
 
-    row("not JSON", "ERR busy", "!");
-    row("two values", "{} {}", "!");
-    row("white space only", "  ", "!");
+    row("not JSON", "ERR busy", "!not one JSON value");
+    row("two values", "{} {}", "!not one JSON value");
+    row("white space only", "  ", "!not one JSON value");
     row("array", "[]", "!expected an object at the top level, found an array");
     row("success as string", R"({"success":"true"})", "!expected a boolean at success, found a string");
     row("status as string", R"({"status":"up"})", "!expected an object at status, found a string");
@@ -170,11 +169,14 @@ void TestDaemonProtocol::decodes_data()
     row("rtt as string", R"({"status":{"connectableDevices":[{"connectionStatus":{"roundTripTimeMilliseconds":"12"}}]}})",
         "!expected a number at status.connectableDevices[0].connectionStatus.roundTripTimeMilliseconds, found a string");
     // A double cannot hold it, and the reply would not say what the daemon meant.
-    row("number beyond a double's range", R"({"unread":123456789012345678901,"x":1e400})", "!");
+    row("number beyond a double's range", R"({"unread":123456789012345678901,"x":1e400})",
+        "!a malformed number, or one beyond a double's range");
     row("long integer where a boolean belongs", R"({"success":123456789012345678901})",
         "!expected a boolean at success, found a number");
-    row("invalid UTF-8", "{\"code\":\"\xff\"}", "!");
-    row("lone surrogate", R"({"code":"\ud800"})", "!");
+    row("invalid UTF-8", "{\"code\":\"\xff\"}", "!not valid UTF-8");
+    row("string left open", R"({"code":"ok)", "!a malformed string");
+    row("nested too deeply", QByteArray(2000, '[') + QByteArray(2000, ']'), "!nested too deeply");
+    row("lone surrogate", R"({"code":"\ud800"})", "!a malformed string");
     // Two values for one key: which one the daemon meant is not in the reply.
     row("success twice", R"({"success":true,"code":"x","success":null})", "!expected one value at success, found two");
     row("a key twice deep inside", R"({"status":{"connectableDevices":[{"online":true,"online":true}]}})",

@@ -374,6 +374,28 @@ std::optional<QByteArray> widenedIntegers(const QByteArray &line)
     return widened;
 }
 
+// In the app's own words, which do not change with the parser's version.
+QString parseFailure(simdjson::error_code error)
+{
+    switch (error) {
+    case simdjson::UTF8_ERROR:
+        return u"not valid UTF-8"_s;
+    case simdjson::STRING_ERROR:
+    case simdjson::UNESCAPED_CHARS:
+    case simdjson::UNCLOSED_STRING:
+        return u"a malformed string"_s;
+    case simdjson::NUMBER_ERROR:
+        return u"a malformed number, or one beyond a double's range"_s;
+    case simdjson::DEPTH_ERROR:
+        return u"nested too deeply"_s;
+    case simdjson::CAPACITY:
+    case simdjson::MEMALLOC:
+        return u"too large to read"_s;
+    default:
+        return u"not one JSON value"_s;
+    }
+}
+
 simdjson::dom::parser &threadParser()
 {
     // One parser per thread keeps its buffers between replies; in the app only the client's worker
@@ -389,12 +411,14 @@ std::variant<DaemonControlResponse, DecodeFailure> decode(simdjson::dom::parser 
     const bool padded = line.capacity() - line.size() >= paddingBytes;
     element root;
     auto error = parser.parse(line.constData(), size_t(line.size()), !padded).get(root);
-    if (error == simdjson::NUMBER_ERROR) {
+    // Parsers refuse an integer beyond 64 bits under different errors (a number error, a big-integer
+    // error), so any failure is tried again with such integers widened, when there are any.
+    if (error != simdjson::SUCCESS) {
         if (const std::optional<QByteArray> widened = widenedIntegers(line))
             error = parser.parse(widened->constData(), size_t(widened->size()), true).get(root);
     }
     if (error != simdjson::SUCCESS)
-        return DecodeFailure{QString::fromUtf8(simdjson::error_message(error))};
+        return DecodeFailure{parseFailure(error)};
     if (!root.is_object())
         return DecodeFailure{
             u"expected an object at the top level, found %1"_s.arg(jsonTypeName(root.type()))};
