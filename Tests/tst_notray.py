@@ -36,7 +36,7 @@ def rows(window):
     def walk(node):
         for child in node:
             if child.getState().contains(pyatspi.STATE_SHOWING) and child.getRole() in (pyatspi.ROLE_PUSH_BUTTON, pyatspi.ROLE_LABEL):
-                found.append((child.getRoleName(), child.name, child.getState().contains(pyatspi.STATE_ENABLED)))
+                found.append((child.getRole(), child.name, child.getState().contains(pyatspi.STATE_ENABLED)))
             walk(child)
     walk(window)
     return found
@@ -63,12 +63,12 @@ with Session(PREFIX, SIMULATOR, desktop=["--no-panel"], environment=accessible) 
     started = time.monotonic()
     window = until(frame, 10)
     check(time.monotonic() - started < 4 and len(window_ids()) == 1, "started by the user without a panel: the window at once")
-    shown = within(lambda: [r for r in rows(window) if r[0] == "push button"], 5)
+    shown = within(lambda: [r for r in rows(window) if r[0] == pyatspi.ROLE_PUSH_BUTTON], 5)
     check([name for _, name, _ in shown] == ["Disconnect", "Peers\u2026", "Log out", "Quit Veltrane"]
           and all(enabled for *_, enabled in shown)
           and all(button(window, name).getState().contains(pyatspi.STATE_FOCUSABLE) for _, name, _ in shown),
           f"the menu's rows as named controls, reachable by keyboard: {shown}")
-    labels = [name for role, name, _ in rows(window) if role == "label"]
+    labels = [name for role, name, _ in rows(window) if role == pyatspi.ROLE_LABEL]
     check(labels[:2] == ["Veltrane", "Connected"] and "100.64.0.1 \u00b7 maria.lopez@acme.example" in labels
           and labels[-1].startswith(HINT), f"the header and device rows read as they show, and why there is no icon: {labels}")
     button(window, "Disconnect").queryAction().doAction(0)
