@@ -3,7 +3,7 @@
 # whole exchange over a real socket (the daemon's bytes chunked and cut short).
 # Usage: scripts/fuzz.sh [seconds]   each target for that long (default 600)
 #        scripts/fuzz.sh --runs N    each target for N executions (10 million for a long run)
-# Crashes land in fuzz-artifacts/.
+# Crashes land in fuzz-artifacts/, with the failing run's log beside them.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build-fuzz"
@@ -25,9 +25,14 @@ for target in decode_response:corpus exchange:corpus-exchange; do
     cp "$root/Tests/Fuzz/$seeds"/* "$corpus"/
     echo "fuzz_$name:"
     status=0
-    "$build/Tests/Fuzz/fuzz_$name" "${limit[@]}" -max_len=65536 -timeout=10 -dict="$root/Tests/Fuzz/fuzz.dict" \
+    "$build/Tests/Fuzz/fuzz_$name" "${limit[@]}" -max_len=65536 -timeout=30 -dict="$root/Tests/Fuzz/fuzz.dict" \
         -artifact_prefix="$root/fuzz-artifacts/" -print_final_stats=1 "$corpus" >"$corpus.log" 2>&1 || status=$?
-    grep -E '^(#[0-9]+\s+DONE|Done|stat::number_of_executed_units|==[0-9]+==|SUMMARY|INFO: Running)' "$corpus.log" || true
+    grep -E '^(#[0-9]+\s+DONE|Done|stat::number_of_executed_units|==[0-9]+==|SUMMARY|INFO: Running|fuzz_)' "$corpus.log" || true
+    if [ "$status" -ne 0 ]; then
+        # The whole log stays beside the crash file: what differed, and how the fuzzer got there.
+        mv "$corpus.log" "$root/fuzz-artifacts/fuzz_$name.log"
+        echo "fuzz_$name failed; its log: fuzz-artifacts/fuzz_$name.log"
+        exit "$status"
+    fi
     rm -rf "$corpus" "$corpus.log"
-    [ "$status" -eq 0 ] || exit "$status"
 done
