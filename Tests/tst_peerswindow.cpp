@@ -8,11 +8,13 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
+#include <QSignalSpy>
 #include <QStyleHints>
 #include <QTableView>
 #include <QTest>
 #include <QTextDocument>
 #include <QToolTip>
+#include <QWindow>
 
 using namespace Qt::StringLiterals;
 using namespace Veltrane;
@@ -206,6 +208,33 @@ private Q_SLOTS:
         QTRY_VERIFY(window->isMinimized());
         m_controller->showWindow();
         QTRY_VERIFY(!window->isMinimized());
+        QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
+    }
+
+    // Behind another window, "Peers…" brings it forward: a desktop's token activates it where it
+    // is; without one, or with the one KWin hands over when it refused, it is mapped anew.
+    void comesForwardFromBehind_data()
+    {
+        QTest::addColumn<QString>("token");
+        QTest::addColumn<bool>("mappedAnew");
+        QTest::newRow("granted") << u"token-1"_s << false;
+        QTest::newRow("none") << QString() << true;
+        QTest::newRow("refused by KWin") << u"not-granted-666"_s << true;
+    }
+
+    void comesForwardFromBehind()
+    {
+        QFETCH(QString, token);
+        QFETCH(bool, mappedAnew);
+        QWidget *window = m_controller->window();
+        m_controller->showWindow();
+        QWidget other;
+        other.show();
+        other.activateWindow();
+        QTRY_COMPARE(QGuiApplication::focusWindow(), other.windowHandle());
+        QSignalSpy visibility(window->windowHandle(), &QWindow::visibleChanged);
+        m_controller->showWindow(token);
+        QCOMPARE(visibility.count(), mappedAnew ? 2 : 0);
         QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
     }
 

@@ -1,15 +1,20 @@
 // The controller against the simulated daemon over a real socket, with the exchange watched as the
-// daemon client receives it. What the app shows and sends is read from the running app by the
-// whole-app tests; this checks what they cannot see without waiting for real time limits.
+// daemon client receives it: the rows of each state, the notice of each command's outcome, one
+// command at a time, the time limits and quitting. The whole-app tests read the same from the
+// running app, through a panel's eyes.
 #include "SimulatedDaemon.h"
 #include "SimulatorServer.h"
 #include "StatusItemController.h"
 
+#include "Notify.h"
+
 #include <QApplication>
 #include <QMenu>
 #include <QMutex>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
@@ -17,18 +22,23 @@ using namespace Veltrane;
 
 namespace {
 
-// A status item that keeps only its tooltip, which names the state applied last; like a menu bar's,
-// the desktop always shows it.
+// A status item that keeps the menu it was given and its tooltip, which names the state applied
+// last; like a menu bar's, the desktop always shows it.
 class RecordingStatusItem : public StatusItem
 {
 public:
-    explicit RecordingStatusItem(QString *toolTip) : m_toolTip(toolTip) {}
-    void setMenu(QMenu *) override {}
+    explicit RecordingStatusItem(QString *toolTip, QMenu **menu = nullptr) : m_toolTip(toolTip), m_menu(menu) {}
+    void setMenu(QMenu *menu) override
+    {
+        if (m_menu)
+            *m_menu = menu;
+    }
     void setIcon(const QIcon &) override {}
     void setToolTip(const QString &toolTip) override { *m_toolTip = toolTip; }
 
 private:
     QString *m_toolTip;
+    QMenu **m_menu;
 };
 
 // An item no panel shows.
@@ -39,6 +49,19 @@ public:
     void onShownChanged(std::function<void(bool)> changed) override { changed(false); }
 };
 
+// The notification service, reduced to the notices it was handed: "title | body".
+class RecordingCenter : public NotificationCenter
+{
+public:
+    void requestAuthorization() override {}
+    void add(const NotificationRequest &request, DeliveryHandler delivered) override
+    {
+        notices.append(request.title + u" | "_s + request.body);
+        delivered(std::nullopt);
+    }
+    QStringList notices;
+};
+
 bool menuWindowShown()
 {
     const QWidgetList windows = QApplication::topLevelWidgets();
@@ -46,26 +69,79 @@ bool menuWindowShown()
                        [](QWidget *w) { return w->isVisible() && w->windowTitle() == u"Veltrane"_s; });
 }
 
+// The menu's rows between its two rules as a panel shows them: visible ones only, "(off) " before
+// a disabled one.
+QStringList middleRows(const QMenu *menu)
+{
+    QStringList rows;
+    int rules = 0;
+    for (const QAction *action : menu->actions()) {
+        rules += action->isSeparator();
+        if (rules == 1 && !action->isSeparator() && action->isVisible())
+            rows.append((action->isEnabled() ? QString() : u"(off) "_s) + action->text());
+    }
+    return rows;
+}
+
+constexpr int noTicks = 60 * 60 * 1000; // only the first poll and those after commands
+
 } // namespace
 
 class TestStatusItemController : public QObject
 {
     Q_OBJECT
 
+private:
+    QTemporaryDir m_dir;
+    QString m_path;
+    std::unique_ptr<Simulator::SimulatedDaemon> m_daemon;
+    std::unique_ptr<Simulator::SimulatorServer> m_server;
+    std::shared_ptr<RecordingCenter> m_center;
+    QString m_toolTip;
+    QMenu *m_menu = nullptr;
+    QList<QUrl> m_opened;
+
+    void startDaemon(const Simulator::SimulatedDaemon::Options &options)
+    {
+        m_server.reset();
+        m_daemon = std::make_unique<Simulator::SimulatedDaemon>(options);
+        m_server = std::make_unique<Simulator::SimulatorServer>(*m_daemon);
+        QCOMPARE(m_server->listen(m_path), std::nullopt);
+    }
+
+    std::unique_ptr<StatusItemController> controller(const DaemonClient &client)
+    {
+        return std::make_unique<StatusItemController>(std::make_unique<RecordingStatusItem>(&m_toolTip, &m_menu), client,
+                                                      [this](const QUrl &url) { m_opened.append(url); }, noTicks);
+    }
+
+    static Simulator::SimulatedDaemon::Options readyAt(bool wantRunning, Simulator::SimulatedDaemon::Session session)
+    {
+        Simulator::SimulatedDaemon::Options options;
+        options.connectDelaySeconds = 0;
+        options.loginDelaySeconds = -1;
+        options.wantRunning = wantRunning;
+        options.session = session;
+        return options;
+    }
+
 private Q_SLOTS:
+    void init()
+    {
+        m_path = m_dir.filePath(u"daemon.sock"_s);
+        m_center = std::make_shared<RecordingCenter>();
+        Notify::install(u"net.veltrane.tray"_s, m_center);
+        m_toolTip.clear();
+        m_opened.clear();
+        startDaemon(readyAt(true, Simulator::SimulatedDaemon::Session::Active));
+    }
+
+    void cleanup() { m_server.reset(); }
+
     // Each command goes out with its own time limit, and a status request with five seconds: a
     // browser sign-in must outlast the daemon's wait for the link, a sign-out its clean-up.
     void sendsEachCommandWithItsTimeLimit()
     {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(u"daemon.sock"_s);
-        Simulator::SimulatedDaemon::Options options;
-        options.connectDelaySeconds = 0;
-        options.loginDelaySeconds = -1;
-        Simulator::SimulatedDaemon daemon(options);
-        Simulator::SimulatorServer server(daemon);
-        QCOMPARE(server.listen(path), std::nullopt);
-
         QMutex mutex;
         QMultiMap<QString, double> limits; // written on the client's worker thread
         const auto watched = [&](const QByteArray &socketPath, const DaemonControlRequest &request, double timeout,
@@ -80,20 +156,17 @@ private Q_SLOTS:
             QMutexLocker locker(&mutex);
             return limits.values(command);
         };
-        QString toolTip;
-        QList<QUrl> opened;
-        StatusItemController controller(std::make_unique<RecordingStatusItem>(&toolTip), DaemonClient(path, watched),
-                                        [&](const QUrl &url) { opened.append(url); }, 60 * 60 * 1000);
+        const auto tray = controller(DaemonClient(m_path, watched));
 
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_s);
-        controller.onToggleConnect();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Disconnected"_s);
-        controller.onToggleConnect();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected"_s);
-        controller.onLogout();
-        QTRY_COMPARE(toolTip, u"Veltrane \u2014 Connected, needs auth"_s);
-        controller.onLogin();
-        QTRY_COMPARE(opened.size(), 1);
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Connected"_s);
+        tray->onToggleConnect();
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Disconnected"_s);
+        tray->onToggleConnect();
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Connected"_s);
+        tray->onLogout();
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Connected, needs auth"_s);
+        tray->onLogin();
+        QTRY_COMPARE(m_opened.size(), 1);
         QTRY_COMPARE(sent(u"get_status"_s).size(), 5); // at start and after each command
 
         QCOMPARE(sent(u"stop"_s), QList<double>{15});
@@ -104,23 +177,193 @@ private Q_SLOTS:
         QCOMPARE(limits.size(), 9);
     }
 
+    // A click while a command runs is dropped, not queued; once the answer is in, the next click
+    // goes out.
+    void runsOneCommandAtATime()
+    {
+        QMutex mutex;
+        QStringList commands;
+        const auto slowStop = [&](const QByteArray &socketPath, const DaemonControlRequest &request, double timeout,
+                                  DaemonProtocol::DeviceRecords devices) {
+            if (request.command != u"get_status"_s) {
+                QMutexLocker locker(&mutex);
+                commands.append(request.command);
+            }
+            if (request.command == u"stop"_s)
+                QThread::msleep(300);
+            return DaemonClient::exchangeNow(socketPath, request, timeout, devices);
+        };
+        const auto sent = [&] {
+            QMutexLocker locker(&mutex);
+            return commands;
+        };
+        const auto tray = controller(DaemonClient(m_path, slowStop));
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Connected"_s);
+        tray->onToggleConnect();
+        tray->onToggleConnect();
+        tray->onLogout();
+        QTRY_COMPARE(m_toolTip, u"Veltrane \u2014 Disconnected"_s);
+        QCOMPARE(sent(), QStringList{u"stop"_s});
+        QCOMPARE(middleRows(m_menu), QStringList{u"Connect"_s});
+        tray->onToggleConnect();
+        QTRY_COMPARE(sent(), (QStringList{u"stop"_s, u"start"_s}));
+    }
+
+    // Which rows show, and which take a click, for each status the daemon may report.
+    void showsTheRowsOfEachState_data();
+
+    void showsTheRowsOfEachState()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(QString, header);
+        QFETCH(QStringList, rows);
+        m_server->setFault(Simulator::Fault::Scripted, u"get_status"_s);
+        m_server->setScriptedReply(reply + '\n');
+        const auto tray = controller(DaemonClient(m_path));
+        // Each differs from the rows shown before the first answer, those of an unreachable daemon.
+        QTRY_COMPARE(middleRows(m_menu), rows);
+        QCOMPARE(m_toolTip, u"Veltrane \u2014 "_s + header);
+    }
+
+    // Each outcome of each command is told by exactly one notice.
+    void tellsEachOutcome_data();
+
+    void tellsEachOutcome()
+    {
+        QFETCH(QString, action);
+        QFETCH(bool, wantRunning);
+        QFETCH(QByteArray, reply);
+        QFETCH(QString, notice);
+        // Signed out for a sign-in, so that none completes behind the reply.
+        startDaemon(readyAt(wantRunning, action == u"login"_s ? Simulator::SimulatedDaemon::Session::SignedOut
+                                                              : Simulator::SimulatedDaemon::Session::Active));
+        const auto tray = controller(DaemonClient(m_path));
+        QTRY_VERIFY(!middleRows(m_menu).constFirst().startsWith(u"(off)"_s)); // the daemon's first answer is in
+        m_server->setFault(Simulator::Fault::Scripted, action == u"toggle"_s ? (wantRunning ? u"stop"_s : u"start"_s)
+                                                      : action == u"login"_s ? u"login_via_link"_s : u"logout"_s);
+        m_server->setScriptedReply(reply.isEmpty() ? reply : reply + '\n');
+        if (action == u"toggle"_s)
+            tray->onToggleConnect();
+        else if (action == u"login"_s)
+            tray->onLogin();
+        else
+            tray->onLogout();
+        QTRY_COMPARE(m_center->notices.size(), 1);
+        QTest::qWait(100); // and no second notice follows
+        QCOMPARE(m_center->notices, QStringList{notice});
+        QCOMPARE(m_opened.size(), notice.contains(u"browser"_s) ? 1 : 0);
+    }
+
+    void tellsThatTheDaemonIsNotRunning()
+    {
+        const auto tray = controller(DaemonClient(m_path + u".missing"_s));
+        QTRY_COMPARE(middleRows(m_menu), QStringList{u"(off) Connect"_s});
+        tray->onToggleConnect();
+        QCOMPARE(m_center->notices, QStringList{u"Veltrane | The Veltrane daemon is not running."_s});
+    }
+
+    // "Quit Veltrane" chosen in an open menu waits for the panel to say the menu closed, so the
+    // panel's last word finds the app; a panel that never says so is waited for briefly.
+    void quitsOnceTheMenuHasClosed()
+    {
+        const auto tray = controller(DaemonClient(m_path));
+        QSignalSpy quit(tray.get(), &StatusItemController::quitRequested);
+        tray->onQuit();
+        QCOMPARE(quit.count(), 1);
+
+        const auto open = controller(DaemonClient(m_path));
+        QSignalSpy quitFromMenu(open.get(), &StatusItemController::quitRequested);
+        Q_EMIT m_menu->aboutToShow();
+        open->onQuit();
+        QTest::qWait(100);
+        QCOMPARE(quitFromMenu.count(), 0);
+        Q_EMIT m_menu->aboutToHide();
+        QCOMPARE(quitFromMenu.count(), 1);
+        QTest::qWait(StatusItemController::quitMenuBoundMilliseconds + 100);
+        QCOMPARE(quitFromMenu.count(), 1);
+
+        const auto neverClosed = controller(DaemonClient(m_path));
+        QSignalSpy quitAfterBound(neverClosed.get(), &StatusItemController::quitRequested);
+        Q_EMIT m_menu->aboutToShow();
+        neverClosed->onQuit();
+        QCOMPARE(quitAfterBound.count(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(quitAfterBound.count(), 1, StatusItemController::quitMenuBoundMilliseconds * 3);
+    }
+
     // The menu comes as a window after the bound only where the desktop cannot show the item: a
     // menu bar always can.
     void showsTheMenuWindowOnlyWithoutAnItem()
     {
         for (const bool itemShown : {true, false}) {
-            QString toolTip;
-            std::unique_ptr<StatusItem> item = itemShown ? std::make_unique<RecordingStatusItem>(&toolTip)
-                                                         : std::make_unique<UnseenStatusItem>(&toolTip);
-            StatusItemController controller(std::move(item),
-                                            DaemonClient(u"/nonexistent/daemon.sock"_s), [](const QUrl &) {},
-                                            60 * 60 * 1000);
+            std::unique_ptr<StatusItem> item = itemShown ? std::make_unique<RecordingStatusItem>(&m_toolTip)
+                                                         : std::make_unique<UnseenStatusItem>(&m_toolTip);
+            StatusItemController controller(std::move(item), DaemonClient(m_path + u".missing"_s), [](const QUrl &) {},
+                                            noTicks);
             controller.showMenuWindowUnlessItemShownWithin(std::chrono::milliseconds(50));
             QTest::qWait(200);
             QCOMPARE(menuWindowShown(), !itemShown);
         }
     }
 };
+
+// moc misreads raw strings that hold quotes, so it does not see the tables.
+#ifndef Q_MOC_RUN
+void TestStatusItemController::showsTheRowsOfEachState_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("header");
+    QTest::addColumn<QStringList>("rows");
+    const auto row = [](const char *name, const QByteArray &reply, const QString &header, const QStringList &rows) {
+        QTest::newRow(name) << reply << header << rows;
+    };
+    row("stopped", R"({"success":true,"status":{"wantRunning":false,"membershipState":"membership_active"}})",
+        u"Disconnected"_s, {u"Connect"_s});
+    row("signed out", R"({"success":true,"status":{"membershipState":"awaiting_login"}})",
+        u"Connected, needs auth"_s, {u"Disconnect"_s, u"Log in\u2026"_s});
+    row("stopped and signed out", R"({"success":true,"status":{"wantRunning":false,"membershipState":"awaiting_login"}})",
+        u"Disconnected"_s, {u"Connect"_s});
+    row("connecting", R"({"success":true,"status":{"membershipState":"nodemap_stream_opening"}})",
+        u"Connecting\u2026"_s, {u"Disconnect"_s, u"Log out"_s});
+    row("no network", R"({"success":true,"status":{"membershipState":"no_active_memberships"}})",
+        u"Connected, no network"_s, {u"Disconnect"_s, u"Log out"_s});
+    row("error", R"({"success":true,"status":{"membershipState":"invalid_snapshot"}})", u"Error"_s,
+        {u"Disconnect"_s, u"Log out"_s});
+    row("connected",
+        R"({"success":true,"status":{"membershipState":"membership_active","selfFqdn":"box.example.net",)"
+        R"("assignedIp":"100.64.0.7","userEmail":"maria@example.com"}})",
+        u"Connected"_s,
+        {u"Disconnect"_s, u"(off) box.example.net"_s, u"(off) 100.64.0.7 \u00b7 maria@example.com"_s, u"Peers\u2026"_s,
+         u"Log out"_s});
+}
+
+void TestStatusItemController::tellsEachOutcome_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<bool>("wantRunning");
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("notice");
+    const auto row = [](const char *name, const QString &action, bool wantRunning, const QByteArray &reply,
+                        const QString &notice) { QTest::newRow(name) << action << wantRunning << reply << notice; };
+    row("disconnect refused with a reason", u"toggle"_s, true, R"({"success":false,"error":"Busy."})",
+        u"Disconnect failed | Busy."_s);
+    row("connect refused", u"toggle"_s, false, R"({"success":false})",
+        u"Connect failed | The daemon rejected the request."_s);
+    row("sign-in refused", u"login"_s, true, R"({"success":false})", u"Sign-in failed | Login failed."_s);
+    row("sign-in without a link", u"login"_s, true, R"({"success":true,"message":"Check your e-mail.","login":{}})",
+        u"Sign-in | Check your e-mail."_s);
+    row("sign-in with a malformed link", u"login"_s, true,
+        R"({"success":true,"login":{"loginUrl":"http://exa mple.com/%zz"}})", u"Sign-in | Login link issued."_s);
+    row("sign-in through the browser", u"login"_s, true,
+        R"({"success":true,"login":{"loginUrl":"https://login.example/a"}})",
+        u"Sign-in | Complete the sign-in in your browser. Veltrane will pick up the session automatically."_s);
+    row("signed out with a message", u"logout"_s, true, R"({"success":true,"message":"Bye."})",
+        u"Signed out | Bye."_s);
+    row("signed out", u"logout"_s, true, R"({"success":true})", u"Signed out | Your session has been ended."_s);
+    row("sign-out refused", u"logout"_s, true, R"({"success":false})", u"Sign-out failed | Logout failed."_s);
+    row("no answer", u"logout"_s, true, "",
+        u"Veltrane | Unable to reach the daemon: The daemon returned an empty response."_s);
+}
+#endif
 
 QTEST_MAIN(TestStatusItemController)
 #include "tst_statusitemcontroller.moc"

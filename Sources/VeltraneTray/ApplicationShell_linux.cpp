@@ -2,13 +2,18 @@
 
 #include <QWidget>
 
+using namespace Qt::StringLiterals;
+
 namespace Veltrane::ApplicationShell {
 
 // A Linux desktop shows an app in its task bar only by its windows: nothing to change.
 void prepare() {}
 
-void bringToFront(QWidget *window, const QString &activationToken)
+void bringToFront(QWidget *window, const QString &givenToken)
 {
+    // KWin hands over this string, in place of a token, when it refused to make one: used as a
+    // token, it would leave the window behind the others, or minimised.
+    const QString activationToken = givenToken == u"not-granted-666"_s ? QString() : givenToken;
     if (window->isVisible() && activationToken.isEmpty() && !window->isActiveWindow()) {
         // Without a token a compositor may refuse the activation, or only mark the window urgent
         // on a workspace the user is not looking at; a window mapped anew opens on the current

@@ -22,33 +22,6 @@ const QString unknownIdError = u"com.canonical.dbusmenu.Error.UnknownId"_s;
 constexpr int menuIconSide = 16;
 constexpr qreal menuIconScale = 2;
 
-// DBusMenu spells modifiers by name and keys as X key names ("q", "plus").
-DBusMenuShortcut shortcutOf(const QKeySequence &sequence)
-{
-    static constexpr std::pair<Qt::KeyboardModifier, const char16_t *> modifiers[] = {
-        {Qt::MetaModifier, u"Super"}, {Qt::ControlModifier, u"Control"}, {Qt::AltModifier, u"Alt"},
-        {Qt::ShiftModifier, u"Shift"}, {Qt::KeypadModifier, u"Num"}};
-    DBusMenuShortcut shortcut;
-    for (int i = 0; i < sequence.count(); ++i) {
-        const QKeyCombination combination = sequence[i];
-        QStringList tokens;
-        for (const auto &[modifier, name] : modifiers) {
-            if (combination.keyboardModifiers() & modifier)
-                tokens.append(QString::fromUtf16(name));
-        }
-        QString key = QKeySequence(combination.key()).toString(QKeySequence::PortableText);
-        if (key == u"+"_s)
-            key = u"plus"_s;
-        else if (key == u"-"_s)
-            key = u"minus"_s;
-        else if (key.size() == 1)
-            key = key.toLower();
-        tokens.append(key);
-        shortcut.append(tokens);
-    }
-    return shortcut;
-}
-
 QVariantMap filtered(const QVariantMap &properties, const QStringList &names)
 {
     if (names.isEmpty())
@@ -115,7 +88,9 @@ QByteArray DBusMenuExporter::iconPngOf(QAction *action)
 }
 
 // "enabled" and "visible" are always sent, not only when they differ from their defaults: a host
-// that misses a removal would otherwise keep a row hidden or greyed.
+// that misses a removal would otherwise keep a row hidden or greyed. Shortcuts are not sent: a
+// panel's menu is the panel's window, where the app's keys do nothing, and hosts built on
+// libdbusmenu-gtk (waybar) fail GTK assertions on every row that has one.
 QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
 {
     QVariantMap properties;
@@ -130,8 +105,6 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction *action)
     properties.insert(u"enabled"_s, action->isEnabled());
     if (!action->icon().isNull())
         properties.insert(u"icon-data"_s, iconPngOf(action));
-    if (!action->shortcut().isEmpty())
-        properties.insert(u"shortcut"_s, QVariant::fromValue(shortcutOf(action->shortcut())));
     return properties;
 }
 

@@ -21,7 +21,6 @@ void registerDBusTypes()
     qDBusRegisterMetaType<DBusMenuItemKeysList>();
     qDBusRegisterMetaType<DBusMenuEvent>();
     qDBusRegisterMetaType<DBusMenuEventList>();
-    qDBusRegisterMetaType<DBusMenuShortcut>();
 }
 
 QDBusArgument &operator<<(QDBusArgument &argument, const DBusImage &image)

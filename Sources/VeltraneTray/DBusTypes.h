@@ -59,9 +59,6 @@ struct DBusMenuEvent {
 };
 using DBusMenuEventList = QList<DBusMenuEvent>;
 
-/// A key combination as DBusMenu spells it, `aas`: e.g. {{"Control", "q"}}.
-using DBusMenuShortcut = QList<QStringList>;
-
 /// Makes the types above known to QtDBus; call before exporting or reading them.
 void registerDBusTypes();
 

@@ -64,7 +64,9 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
     connect(m_menu.get(), &QMenu::aboutToShow, this, [this] { m_menuShown = true; });
     connect(m_menu.get(), &QMenu::aboutToHide, this, [this] {
         m_menuShown = false;
-        if (std::exchange(m_tickMissed, false))
+        if (m_quitPending)
+            finishQuit();
+        else if (std::exchange(m_tickMissed, false))
             poll();
     });
     m_pollTimer.start();
@@ -264,7 +266,20 @@ void StatusItemController::onQuit()
         m_peersWindow->window()->close();
     if (m_menuWindow)
         m_menuWindow->close();
-    Q_EMIT quitRequested();
+    // A panel says its menu closed after the row that ends the app was chosen (GNOME Shell does):
+    // the app stays until then, or it meets a panel that asks after a menu that is gone.
+    if (!m_menuShown) {
+        Q_EMIT quitRequested();
+        return;
+    }
+    m_quitPending = true;
+    QTimer::singleShot(quitMenuBoundMilliseconds, this, &StatusItemController::finishQuit);
+}
+
+void StatusItemController::finishQuit()
+{
+    if (std::exchange(m_quitPending, false))
+        Q_EMIT quitRequested();
 }
 
 } // namespace Veltrane

@@ -40,6 +40,8 @@ public:
     using UrlOpener = std::function<void(const QUrl &url)>;
 
     static constexpr int pollIntervalMilliseconds = 3000;
+    /// How long "Quit Veltrane" waits for a panel to say that its menu closed.
+    static constexpr int quitMenuBoundMilliseconds = 500;
 
     /// Builds the menu into `statusItem`, shows the unreachable daemon, sends the first status
     /// request at once and starts polling every `pollInterval` milliseconds. The app passes the
@@ -66,7 +68,8 @@ public Q_SLOTS:
     void onQuit();
 
 Q_SIGNALS:
-    /// "Quit Veltrane" was chosen: polling has stopped and the peers window is closed.
+    /// "Quit Veltrane" was chosen: polling has stopped, the peers window is closed, and the status
+    /// menu has closed (or was given quitMenuBoundMilliseconds to).
     void quitRequested();
 
 private:
@@ -77,6 +80,7 @@ private:
     void applyState(const std::optional<DaemonStatusSnapshot> &snapshot, TrayState state);
     void runCommand(const QString &command, double timeoutSeconds,
                     std::function<void(const DaemonControlResponse &)> outcome);
+    void finishQuit();
 
     DaemonClient m_client;
     UrlOpener m_openUrl;
@@ -97,6 +101,7 @@ private:
     bool m_loginPending = false;
     bool m_menuShown = false;  // the status menu is open, so ticks are held
     bool m_tickMissed = false; // a tick came while it was open
+    bool m_quitPending = false; // "Quit Veltrane" waits for the menu to close
     std::optional<DaemonStatusSnapshot> m_lastSnapshot;
     TrayState m_lastState = TrayState::DaemonUnreachable;
     std::unique_ptr<PeersWindowController> m_peersWindow;

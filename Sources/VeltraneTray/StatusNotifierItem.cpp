@@ -89,18 +89,6 @@ void StatusNotifierItem::registerWith(const QString &watcher)
     m_bus.send(call);
 }
 
-// The item is a menu: hosts that try activation first (Plasma, GNOME's extension) draw the menu
-// themselves when it fails, and the app draws none of its own.
-void StatusNotifierItem::refuseActivation()
-{
-    if (calledFromDBus())
-        sendErrorReply(QDBusError::NotSupported, u"The item is a menu; show the menu instead"_s);
-}
-
-void StatusNotifierItem::ContextMenu(int, int) { refuseActivation(); }
-
-void StatusNotifierItem::Activate(int, int) { refuseActivation(); }
-
 void StatusNotifierItem::SecondaryActivate(int, int) {}
 
 void StatusNotifierItem::Scroll(int, const QString &) {}

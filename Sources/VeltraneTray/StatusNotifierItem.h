@@ -5,7 +5,6 @@
 #include "StatusNotifierWatch.h"
 
 #include <QDBusConnection>
-#include <QDBusContext>
 #include <QDBusObjectPath>
 #include <QIcon>
 #include <QObject>
@@ -22,9 +21,11 @@ class DBusMenuExporter;
 /// The status item on a Linux desktop: an `org.kde.StatusNotifierItem` with its menu exported
 /// over `com.canonical.dbusmenu`, both on the session bus, for the panel's tray host to draw.
 ///
-/// The item says it is a menu (`ItemIsMenu`), so a host opens the menu on any click; a host that
-/// still calls `Activate` or `ContextMenu` gets a D-Bus error and falls back to drawing the menu
-/// itself. The app never draws a menu of its own. The icon's accessible description is the
+/// The item says it is a menu (`ItemIsMenu`), so a host opens the menu on any click. It has no
+/// `Activate` or `ContextMenu`: a host that reads the interface (GNOME's extension) then opens the
+/// menu at once instead of waiting whether a double click follows, and one that calls them anyway
+/// (Plasma) gets the bus's "unknown method" and draws the menu itself. The app never draws a menu
+/// of its own. The icon's accessible description is the
 /// tooltip's text; it changes only with the state, and so with the icon, which hosts read again
 /// on `NewIcon`. Hosts hand over an activation token before each click
 /// (`ProvideXdgActivationToken`), kept for the window that click shows. It registers with every
@@ -33,7 +34,7 @@ class DBusMenuExporter;
 /// Nothing is signalled that did not change: setting the same icon (by `cacheKey()`) or tooltip
 /// again sends no message, and menu changes reach the host through the exporter, which sends only
 /// differences.
-class StatusNotifierItem : public QObject, public StatusItem, protected QDBusContext
+class StatusNotifierItem : public QObject, public StatusItem
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
@@ -88,8 +89,6 @@ public:
     static DBusImageList imagesOf(const QIcon &icon);
 
 public Q_SLOTS:
-    Q_SCRIPTABLE void ContextMenu(int x, int y);
-    Q_SCRIPTABLE void Activate(int x, int y);
     Q_SCRIPTABLE void SecondaryActivate(int x, int y);
     Q_SCRIPTABLE void Scroll(int delta, const QString &orientation);
     Q_SCRIPTABLE void ProvideXdgActivationToken(const QString &token);
@@ -107,7 +106,6 @@ private:
     QString emptyText() const { return {}; }
     DBusImageList noImages() const { return {}; }
     void registerWith(const QString &watcher);
-    void refuseActivation();
 
     QDBusConnection m_bus;
     QString m_id;
