@@ -349,7 +349,8 @@ private Q_SLOTS:
         int paints = 0;
         PaintCounter counter(&field, paints);
         field.show();
-        QApplication::setActiveWindow(&field);
+        field.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&field));
         field.setFocus();
         QTRY_COMPARE(hints->cursorFlashTime(), 0);
         QTest::qWait(50);
