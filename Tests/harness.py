@@ -160,7 +160,9 @@ class App:
     """The installed app, reached through its bus name, read and clicked as a panel does."""
 
     def __init__(self, prefix, socket_dir, wrapper=(), environment=None, arguments=()):
-        env = dict(os.environ, QT_QPA_PLATFORM="xcb", **(environment or {}))
+        # An `environment` value of None takes the variable away.
+        env = {name: value for name, value in {**os.environ, "QT_QPA_PLATFORM": "xcb", **(environment or {})}.items()
+               if value is not None}
         self.log = []  # the app's log lines
         self.process = subprocess.Popen([os.path.join(SOURCE, "scripts/with-daemon-socket.sh"), socket_dir, *wrapper,
                                          os.path.join(prefix, "bin/veltrane-tray"), *arguments], env=env,

@@ -63,6 +63,8 @@ status, report = run("appstreamcli", "validate", "--no-net", "--pedantic",
 check(status == 0, f"appstreamcli validates the metainfo ({report.splitlines()[-1] if report else ''})")
 _, conffiles = run("dpkg-deb", "-I", app_deb, "conffiles")
 check(conffiles.split() == [f"/etc/xdg/autostart/{ID}.desktop"], "the autostart entry is a conffile")
+_, recommends = run("dpkg-deb", "-f", app_deb, "Recommends")
+check("qt6-wayland" in recommends.replace(" ", "").split(","), f"Qt's Wayland plugin is recommended: {recommends}")
 
 for size in ICON_SIZES:
     path = os.path.join(usr, f"share/icons/hicolor/{size}x{size}/apps/{ID}.png")
@@ -100,6 +102,28 @@ attempts = [call for call in calls if re.search(r"\bopen(at2?)?\(.*\b(O_WRONLY|O
                                                 % CHANGING.replace(",", "|"), call)]
 changed = [call for call in attempts if not re.search(r"= -1 E", call)]
 check(len(calls) > 100 and not changed, f"{len(calls)} file calls traced; none changed a file: {changed}")
+
+# A Wayland session without XWayland: the app runs on Qt's Wayland plugin, with no X display to
+# fall back on.
+runtime = tempfile.mkdtemp()
+compositor = subprocess.Popen(["weston", "--backend=headless-backend.so", "--socket=wayland-veltrane", "--no-config"],
+                              env=dict(os.environ, XDG_RUNTIME_DIR=runtime), stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL)
+until(lambda: os.path.exists(os.path.join(runtime, "wayland-veltrane")), 20)
+wayland = {"DISPLAY": None, "QT_QPA_PLATFORM": None, "XDG_SESSION_TYPE": "wayland",
+           "WAYLAND_DISPLAY": "wayland-veltrane", "XDG_RUNTIME_DIR": runtime}
+try:
+    with Session(usr, os.path.join(usr, "bin/veltrane-daemon-sim"), environment=wayland) as session:
+        app = session.app
+        check(within(lambda: app.tooltip() == "Veltrane \u2014 Connected", 20), "on Wayland alone the app shows the daemon")
+        with open(f"/proc/{app.process.pid}/maps") as maps:
+            libraries = maps.read()
+        check("libqwayland" in libraries and "libqxcb" not in libraries, "through Qt's Wayland plugin, not X11's")
+        app.click("Peers\u2026")
+        check(app.quit() == 0, "and quits")
+finally:
+    compositor.terminate()
+    compositor.wait()
 
 shutil.rmtree(root)
 finish()

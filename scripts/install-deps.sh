@@ -9,7 +9,7 @@ packages=(
     clang libclang-rt-dev
     gnustep-make libgnustep-gui-dev libblocksruntime-dev
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
-    xfce4-panel xfwm4 xfconf xdotool imagemagick
+    xfce4-panel xfwm4 xfconf xdotool imagemagick weston qt6-wayland
     at-spi2-core python3-pyatspi python3-dbus strace
     librsvg2-bin lintian desktop-file-utils appstream dpkg-dev file
 )

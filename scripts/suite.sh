@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, fuzzes the reply decoder briefly, and runs the whole suite.
+# One leg of the test run: installs what is missing, builds, fuzzes the reply decoder briefly, and
+# runs the whole suite on the machine it is run on.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
