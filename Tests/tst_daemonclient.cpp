@@ -125,6 +125,40 @@ private Q_SLOTS:
         QVERIFY(gathered.size() < cap + 8192);
     }
 
+    // A reply is whole however the daemon's writes cut it: the line feed last in the first read,
+    // first in the second, a character cut between writes, bytes after the line.
+    void aReplyMaySpanReads_data()
+    {
+        QTest::addColumn<qsizetype>("lineBytes");
+        QTest::addColumn<qsizetype>("chunkBytes");
+        const qsizetype firstRead = DaemonSocket::readChunkBytes;
+        QTest::newRow("line feed last in the first read") << firstRead - 1 << firstRead;
+        QTest::newRow("line feed first in the second read") << firstRead << firstRead;
+        QTest::newRow("one byte a write") << qsizetype(300) << qsizetype(1);
+        QTest::newRow("many reads") << qsizetype(300'000) << qsizetype(4093);
+    }
+
+    void aReplyMaySpanReads()
+    {
+        QFETCH(qsizetype, lineBytes);
+        QFETCH(qsizetype, chunkBytes);
+        // Two-byte characters, so that some writes end inside one.
+        const QByteArray head = "{\"success\":true,\"error\":\"", tail = "\"}";
+        const qsizetype room = lineBytes - head.size() - tail.size();
+        QString text = QString(room / 2, u'\u00e9');
+        if (room % 2)
+            text += u'x';
+        const QByteArray line = head + text.toUtf8() + tail;
+        QCOMPARE(line.size(), lineBytes);
+        m_server->setFault(Fault::Scripted);
+        m_server->setScriptedReply(line + "\n{\"success\":false}\n", chunkBytes);
+        const DaemonResult result = DaemonClient::exchangeNow(QFile::encodeName(m_path), {u"get_status"_s}, 5);
+        const auto *response = std::get_if<DaemonControlResponse>(&result);
+        QVERIFY(response);
+        QVERIFY(response->succeeded());
+        QCOMPARE(response->error, text);
+    }
+
     // In submission order, even when the first is the slowest; a completion whose owner is gone is
     // dropped.
     void exchangesRunInSubmissionOrder()

@@ -15,8 +15,6 @@ using namespace Veltrane;
 
 namespace {
 
-QColor toQColor(const SrgbColor &color) { return QColor(color.red, color.green, color.blue); }
-
 QImage pixels(const QIcon &icon, QSize size, qreal scale)
 {
     return icon.pixmap(size, scale).toImage().convertToFormat(QImage::Format_ARGB32);
@@ -49,12 +47,26 @@ class TestIconFactory : public QObject
 
 private Q_SLOTS:
     // The dot is 7.3125 points wide, 0.5 point in from the right and bottom edges, filled with the
-    // state's colour and ringed by a dark line 0.8 point wide; sharp at 2x and at every tray-host
-    // size. (Each state's colour is read from the running app's icon.)
+    // state's colour (written out here, not taken from the table the app draws with) and ringed by
+    // a dark line 0.8 point wide; sharp at 2x and at every tray-host size.
+    void drawsTheDotInPlace_data()
+    {
+        QTest::addColumn<TrayState>("state");
+        QTest::addColumn<QColor>("fill");
+        QTest::newRow("daemon unreachable: red") << TrayState::DaemonUnreachable << QColor(239, 68, 68);
+        QTest::newRow("stopped: slate") << TrayState::Stopped << QColor(100, 116, 139);
+        QTest::newRow("logged out: grey") << TrayState::LoggedOut << QColor(148, 163, 184);
+        QTest::newRow("connecting: amber") << TrayState::Connecting << QColor(234, 179, 8);
+        QTest::newRow("no network: blue") << TrayState::NoNetwork << QColor(59, 130, 246);
+        QTest::newRow("connected: green") << TrayState::Connected << QColor(34, 197, 94);
+        QTest::newRow("error: orange") << TrayState::Error << QColor(249, 115, 22);
+    }
+
     void drawsTheDotInPlace()
     {
-        const QColor fill = toQColor(dotColor(TrayState::Connected));
-        const QIcon icon = IconFactory::statusIcon(TrayState::Connected);
+        QFETCH(TrayState, state);
+        QFETCH(QColor, fill);
+        const QIcon icon = IconFactory::statusIcon(state);
         const QImage doubled = pixels(icon, {18, 18}, 2);
         QCOMPARE(doubled.size(), QSize(36, 36));
         for (const QPoint inside : {QPoint(27, 27), QPoint(22, 27), QPoint(27, 22), QPoint(33, 27), QPoint(27, 33)})
