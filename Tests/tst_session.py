@@ -208,7 +208,7 @@ def main():
         check(revision == 1 and root == 0 and properties["children-display"] == "submenu" and not children,
               "the root alone at depth 0")
         check(exported.GetLayout(quit_row, -1, ["label"])[1][1] == {"label": "Quit Veltrane"}
-              and "shortcut" not in exported.GetLayout(quit_row, -1, [])[1][1]
+              and "shortcut" not in exported.GetLayout(quit_row, -1, dbus.Array([], signature="s"))[1][1]
               and [(i, dict(p)) for i, p in exported.GetGroupProperties([1, 99], ["enabled"])] == [(1, {"enabled": False})],
               "one row, a group, chosen properties; no shortcut for a panel's menu")
         def error_of(method, *arguments):
