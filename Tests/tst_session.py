@@ -183,7 +183,7 @@ def main():
         until(lambda: len(session.polls_since(start)) >= 3, 15)
         check(monitor.messages() == [], f"three unchanged polls send nothing: {monitor.messages()}")
         replies["get_status"] = {"success": True, "status": NO_NETWORK}
-        one_change = ["sig NewIcon", "sig NewToolTip", "sig ItemsPropertiesUpdated"]
+        one_change = ["sig NewIcon", "sig NewTitle", "sig NewToolTip", "sig ItemsPropertiesUpdated"]
         check(within(lambda: monitor.messages() == one_change, 10), f"a change of state: {monitor.messages()}")
         start = time.monotonic()
         until(lambda: len(session.polls_since(start)) >= 2, 10)
@@ -193,7 +193,8 @@ def main():
         for reply, header, dot, middle in STATES:
             replies["get_status"] = reply
             check(within(lambda: app.rows() == menu(header, middle) and app.tooltip() == "Veltrane \u2014 " + header
-                         and app.property("IconAccessibleDesc") == app.tooltip() and app.dot() == dot, 10),
+                         and app.property("IconAccessibleDesc") == app.property("Title") == app.tooltip()
+                         and app.dot() == dot, 10),
                   f"{header}: {app.rows()}, dot {app.dot()}")
         check(desktop.notices[1:] == [], "no notice from a status")
 

@@ -52,6 +52,7 @@ void StatusNotifierItem::setToolTip(const QString &toolTip)
     if (toolTip == m_toolTip)
         return;
     m_toolTip = toolTip;
+    Q_EMIT NewTitle();
     Q_EMIT NewToolTip();
 }
 

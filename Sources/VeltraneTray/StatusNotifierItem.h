@@ -25,11 +25,14 @@ class DBusMenuExporter;
 /// `Activate` or `ContextMenu`: a host that reads the interface (GNOME's extension) then opens the
 /// menu at once instead of waiting whether a double click follows, and one that calls them anyway
 /// (Plasma) gets the bus's "unknown method" and draws the menu itself. The app never draws a menu
-/// of its own. The icon's accessible description is the
-/// tooltip's text; it changes only with the state, and so with the icon, which hosts read again
-/// on `NewIcon`. Hosts hand over an activation token before each click
-/// (`ProvideXdgActivationToken`), kept for the window that click shows. It registers with every
-/// StatusNotifierWatcher that appears, for as long as it lives.
+/// of its own.
+///
+/// The title and the icon's accessible description are the tooltip's text, "Veltrane — " and the
+/// state: GNOME's extension names its button after the title when it first reads the item, and
+/// after the description only once that changes. The text changes only with the state, and so
+/// with the icon, which hosts read again on `NewIcon`. Hosts hand over an activation token before
+/// each click (`ProvideXdgActivationToken`), kept for the window that click shows. It registers
+/// with every StatusNotifierWatcher that appears, for as long as it lives.
 ///
 /// Nothing is signalled that did not change: setting the same icon (by `cacheKey()`) or tooltip
 /// again sends no message, and menu changes reach the host through the exporter, which sends only
@@ -76,7 +79,7 @@ public:
 
     QString category() const { return QStringLiteral("ApplicationStatus"); }
     QString id() const { return m_id; }
-    QString title() const { return QStringLiteral("Veltrane"); }
+    QString title() const { return m_toolTip.isEmpty() ? QStringLiteral("Veltrane") : m_toolTip; }
     QString status() const { return QStringLiteral("Active"); }
     int windowId() const { return 0; }
     bool itemIsMenu() const { return true; }
