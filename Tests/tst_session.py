@@ -14,53 +14,41 @@ import time
 
 import dbus
 
-from harness import GET_STATUS, GREEN, Desktop, GREY, ID, RED, SLATE, Session, check, finish, replying, until, within
+from harness import GET_STATUS, GREEN, Desktop, ID, RED, SLATE, Session, check, finish, replying, until, within
 
 PREFIX, SIMULATOR = sys.argv[1], sys.argv[2]
 RULE = "\u2014"
 SIGN_IN = ("Sign-in", "Complete the sign-in in your browser. Veltrane will pick up the session automatically.")
 SIGNED_IN = ("Signed in", "The daemon picked up your session.")
-AMBER, BLUE, ORANGE = (234, 179, 8), (59, 130, 246), (249, 115, 22)
+BLUE = (59, 130, 246)
 ACTIVE = ["Disconnect", "Log out"]
 CONNECTED = {"wantRunning": True, "membershipState": "membership_active", "selfFqdn": "lab_box.example.ts.net",
              "assignedIp": "100.64.0.7", "userEmail": "maria@example.com", "isTagged": True}
 STOPPED = {"wantRunning": False, "membershipState": "membership_active"}
 SIGNED_OUT = {"wantRunning": True, "membershipState": "awaiting_login"}
 NO_NETWORK = {"wantRunning": True, "membershipState": "no_active_memberships"}
-# Each status the daemon may report: the header, the icon's dot, and the rows between the rules.
+# Statuses as a panel reads them from the running app: the header, the icon's dot, and the rows
+# between the rules. (Every state's rows and dot are the controller's and the icon's unit tests'.)
 STATES = [  # each differs from the one before, so each is seen applied
     ({"success": False, "status": CONNECTED}, "Disconnected", RED, ["(off) Connect"]),
     ({"success": True, "status": STOPPED}, "Disconnected", SLATE, ["Connect"]),
-    ({"success": True, "status": SIGNED_OUT}, "Connected, needs auth", GREY, ["Disconnect", "Log in\u2026"]),
-    ({"status": CONNECTED}, "Disconnected", RED, ["(off) Connect"]),  # success absent is no success
-    ({"success": True, "status": {"membershipState": "nodemap_stream_opening"}}, "Connecting\u2026", AMBER, ACTIVE),
-    (b'{"success":true,"status":{"wantRunning":false}}', "Disconnected", SLATE, ["Connect"]),  # closed, no line feed
-    ({"success": True, "status": NO_NETWORK}, "Connected, no network", BLUE, ACTIVE),
     # Tagged without a tag name: no owner, not the e-mail. "_" is DBusMenu's "__".
     ({"success": True, "status": CONNECTED}, "Connected", GREEN,
      ["Disconnect", "(off) lab__box.example.ts.net", "(off) 100.64.0.7", "Peers\u2026", "Log out"]),
-    ({"success": True, "status": {"wantRunning": True, "membershipState": "invalid_snapshot"}}, "Error", ORANGE, ACTIVE),
+    ({"success": True, "status": NO_NETWORK}, "Connected, no network", BLUE, ACTIVE),
     # No name, no address: the device row says so; a tag's name is the owner.
     ({"success": True, "status": {"membershipState": "membership_active", "isTagged": True, "ownerTag": "tag:ci"}},
      "Connected", GREEN, ["Disconnect", "(off) This device", "(off)  \u00b7 tag:ci", "Peers\u2026", "Log out"]),
 ]
 WIRE = {"Disconnect": "stop", "Connect": "start", "Log in\u2026": "login_via_link", "Log out": "logout"}
 UNREACHABLE = "Unable to reach the daemon: "
-# Each command's answer and the one notice that tells it.
+# Commands whose outcome needs the whole app: a notification server that reads markup, the
+# browser, a daemon that answers nonsense. (Every outcome's notice is the controller's unit test's.)
 COMMANDS = [
-    ("Disconnect", CONNECTED, {"success": False, "error": "Busy."}, ("Disconnect failed", "Busy.")),
     # The server reads markup: daemon text goes escaped.
     ("Disconnect", CONNECTED, {"success": False, "error": "<b>x</b> & y"}, ("Disconnect failed", "&lt;b&gt;x&lt;/b&gt; &amp; y")),
-    ("Connect", STOPPED, {"success": False}, ("Connect failed", "The daemon rejected the request.")),
-    ("Log in\u2026", SIGNED_OUT, {"success": False}, ("Sign-in failed", "Login failed.")),
-    ("Log in\u2026", SIGNED_OUT, {"success": True, "message": "Check your e-mail.", "login": {"loginUrl": ""}},
-     ("Sign-in", "Check your e-mail.")),
     ("Log in\u2026", SIGNED_OUT, {"success": True, "login": {"loginUrl": "http://exa mple.com/%zz"}},
      ("Sign-in", "Login link issued.")),
-    ("Log out", CONNECTED, {"success": True, "message": "Bye."}, ("Signed out", "Bye.")),
-    ("Log out", CONNECTED, {"success": True}, ("Signed out", "Your session has been ended.")),
-    ("Log out", CONNECTED, {"success": False}, ("Sign-out failed", "Logout failed.")),
-    ("Log out", CONNECTED, b"", ("Veltrane", UNREACHABLE + "The daemon returned an empty response.")),
     ("Disconnect", CONNECTED, b"ERR\n", ("Veltrane", UNREACHABLE + "Daemon request failed (invalid response")),
     ("Log in\u2026", SIGNED_OUT, {"success": True, "login": {"loginUrl": "veltrane-auth:code/42"}}, SIGN_IN),
 ]
@@ -131,14 +119,6 @@ def main():
         introspected = app.item.Introspect(dbus_interface="org.freedesktop.DBus.Introspectable")
         check('"ProvideXdgActivationToken"' in introspected and '"Activate"' not in introspected
               and '"ContextMenu"' not in introspected, "no activation to wait for")
-        for method in ("Activate", "ContextMenu"):
-            try:
-                app.call(method, 40, 40)
-            except dbus.DBusException as error:
-                check(error.get_dbus_name() == "org.freedesktop.DBus.Error.UnknownMethod"
-                      and not within(lambda: shown("--classname", "veltrane-tray"), 1), f"{method} is unknown, no menu drawn")
-            else:
-                check(False, f"{method} is unknown")
 
         session.replace_daemon(lambda: session.simulator("--stopped", "--signed-out", "--login-delay", "-1"))
         check(within(lambda: app.rows() == menu("Disconnected", ["Connect"]), 12) and app.dot() == SLATE,

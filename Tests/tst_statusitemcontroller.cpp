@@ -100,8 +100,14 @@ private:
     QMenu *m_menu = nullptr;
     QList<QUrl> m_opened;
 
-    void startDaemon(const Simulator::SimulatedDaemon::Options &options)
+    void startDaemon(bool wantRunning = true, bool signedIn = true)
     {
+        Simulator::SimulatedDaemon::Options options;
+        options.connectDelaySeconds = 0;
+        options.loginDelaySeconds = -1;
+        options.wantRunning = wantRunning;
+        options.session = signedIn ? Simulator::SimulatedDaemon::Session::Active
+                                   : Simulator::SimulatedDaemon::Session::SignedOut;
         m_server.reset();
         m_daemon = std::make_unique<Simulator::SimulatedDaemon>(options);
         m_server = std::make_unique<Simulator::SimulatorServer>(*m_daemon);
@@ -110,18 +116,9 @@ private:
 
     std::unique_ptr<StatusItemController> controller(const DaemonClient &client)
     {
-        return std::make_unique<StatusItemController>(std::make_unique<RecordingStatusItem>(&m_toolTip, &m_menu), client,
-                                                      [this](const QUrl &url) { m_opened.append(url); }, noTicks);
-    }
-
-    static Simulator::SimulatedDaemon::Options readyAt(bool wantRunning, Simulator::SimulatedDaemon::Session session)
-    {
-        Simulator::SimulatedDaemon::Options options;
-        options.connectDelaySeconds = 0;
-        options.loginDelaySeconds = -1;
-        options.wantRunning = wantRunning;
-        options.session = session;
-        return options;
+        return std::make_unique<StatusItemController>(std::make_unique<RecordingStatusItem>(&m_toolTip, &m_menu),
+                                                      client, [this](const QUrl &url) { m_opened.append(url); },
+                                                      noTicks);
     }
 
 private Q_SLOTS:
@@ -132,7 +129,7 @@ private Q_SLOTS:
         Notify::install(u"net.veltrane.tray"_s, m_center);
         m_toolTip.clear();
         m_opened.clear();
-        startDaemon(readyAt(true, Simulator::SimulatedDaemon::Session::Active));
+        startDaemon();
     }
 
     void cleanup() { m_server.reset(); }
@@ -200,24 +197,19 @@ private Q_SLOTS:
 
     void tellsEachOutcome()
     {
-        QFETCH(QString, action);
-        QFETCH(bool, wantRunning);
+        QFETCH(QString, command);
         QFETCH(QByteArray, reply);
         QFETCH(QString, notice);
         // Signed out for a sign-in, so that none completes behind the reply.
-        startDaemon(readyAt(wantRunning, action == u"login"_s ? Simulator::SimulatedDaemon::Session::SignedOut
-                                                              : Simulator::SimulatedDaemon::Session::Active));
+        startDaemon(command != u"start"_s, command != u"login_via_link"_s);
         const auto tray = controller(DaemonClient(m_path));
         QTRY_VERIFY(!middleRows(m_menu).constFirst().startsWith(u"(off)"_s)); // the daemon's first answer is in
-        m_server->setFault(Simulator::Fault::Scripted, action == u"toggle"_s ? (wantRunning ? u"stop"_s : u"start"_s)
-                                                      : action == u"login"_s ? u"login_via_link"_s : u"logout"_s);
+        m_server->setFault(Simulator::Fault::Scripted, command);
         m_server->setScriptedReply(reply.isEmpty() ? reply : reply + '\n');
-        if (action == u"toggle"_s)
-            tray->onToggleConnect();
-        else if (action == u"login"_s)
-            tray->onLogin();
-        else
-            tray->onLogout();
+        const QHash<QString, void (StatusItemController::*)()> rows{{u"stop"_s, &StatusItemController::onToggleConnect},
+            {u"start"_s, &StatusItemController::onToggleConnect}, {u"login_via_link"_s, &StatusItemController::onLogin},
+            {u"logout"_s, &StatusItemController::onLogout}};
+        (tray.get()->*rows.value(command))();
         QTRY_COMPARE(m_center->notices.size(), 1);
         QTest::qWait(100); // and no second notice follows
         QCOMPARE(m_center->notices, QStringList{notice});
@@ -227,7 +219,6 @@ private Q_SLOTS:
     void tellsThatTheDaemonIsNotRunning()
     {
         const auto tray = controller(DaemonClient(m_path + u".missing"_s));
-        QTRY_COMPARE(middleRows(m_menu), QStringList{u"(off) Connect"_s});
         tray->onToggleConnect();
         QCOMPARE(m_center->notices, QStringList{u"Veltrane | The Veltrane daemon is not running."_s});
     }
@@ -279,54 +270,46 @@ void TestStatusItemController::showsTheRowsOfEachState_data()
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("header");
     QTest::addColumn<QStringList>("rows");
-    const auto row = [](const char *name, const QByteArray &reply, const QString &header, const QStringList &rows) {
-        QTest::newRow(name) << reply << header << rows;
+    const auto in = [](const QByteArray &membership, const QByteArray &more = {}) {
+        return R"({"success":true,"status":{"membershipState":")" + membership + '"' + more + "}}";
     };
-    row("stopped", R"({"success":true,"status":{"wantRunning":false,"membershipState":"membership_active"}})",
-        u"Disconnected"_s, {u"Connect"_s});
-    row("signed out", R"({"success":true,"status":{"membershipState":"awaiting_login"}})",
-        u"Connected, needs auth"_s, {u"Disconnect"_s, u"Log in\u2026"_s});
-    row("stopped and signed out", R"({"success":true,"status":{"wantRunning":false,"membershipState":"awaiting_login"}})",
-        u"Disconnected"_s, {u"Connect"_s});
-    row("connecting", R"({"success":true,"status":{"membershipState":"nodemap_stream_opening"}})",
-        u"Connecting\u2026"_s, {u"Disconnect"_s, u"Log out"_s});
-    row("no network", R"({"success":true,"status":{"membershipState":"no_active_memberships"}})",
-        u"Connected, no network"_s, {u"Disconnect"_s, u"Log out"_s});
-    row("error", R"({"success":true,"status":{"membershipState":"invalid_snapshot"}})", u"Error"_s,
-        {u"Disconnect"_s, u"Log out"_s});
-    row("connected",
-        R"({"success":true,"status":{"membershipState":"membership_active","selfFqdn":"box.example.net",)"
-        R"("assignedIp":"100.64.0.7","userEmail":"maria@example.com"}})",
-        u"Connected"_s,
-        {u"Disconnect"_s, u"(off) box.example.net"_s, u"(off) 100.64.0.7 \u00b7 maria@example.com"_s, u"Peers\u2026"_s,
-         u"Log out"_s});
+    const QString disconnect = u"Disconnect"_s, logOut = u"Log out"_s;
+    QTest::newRow("stopped") << in("membership_active", R"(,"wantRunning":false)") << u"Disconnected"_s
+                             << QStringList{u"Connect"_s};
+    QTest::newRow("signed out") << in("awaiting_login") << u"Connected, needs auth"_s
+                                << QStringList{disconnect, u"Log in\u2026"_s};
+    QTest::newRow("connecting") << in("nodemap_stream_opening") << u"Connecting\u2026"_s
+                                << QStringList{disconnect, logOut};
+    QTest::newRow("no network") << in("no_active_memberships") << u"Connected, no network"_s
+                                << QStringList{disconnect, logOut};
+    QTest::newRow("connected") << in("membership_active", R"(,"selfFqdn":"box.example.net","assignedIp":"100.64.0.7",)"
+                                                          R"("userEmail":"m@x")")
+                               << u"Connected"_s
+                               << QStringList{disconnect, u"(off) box.example.net"_s, u"(off) 100.64.0.7 \u00b7 m@x"_s,
+                                              u"Peers\u2026"_s, logOut};
 }
 
 void TestStatusItemController::tellsEachOutcome_data()
 {
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<bool>("wantRunning");
+    QTest::addColumn<QString>("command");
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("notice");
-    const auto row = [](const char *name, const QString &action, bool wantRunning, const QByteArray &reply,
-                        const QString &notice) { QTest::newRow(name) << action << wantRunning << reply << notice; };
-    row("disconnect refused with a reason", u"toggle"_s, true, R"({"success":false,"error":"Busy."})",
-        u"Disconnect failed | Busy."_s);
-    row("connect refused", u"toggle"_s, false, R"({"success":false})",
-        u"Connect failed | The daemon rejected the request."_s);
-    row("sign-in refused", u"login"_s, true, R"({"success":false})", u"Sign-in failed | Login failed."_s);
-    row("sign-in without a link", u"login"_s, true, R"({"success":true,"message":"Check your e-mail.","login":{}})",
-        u"Sign-in | Check your e-mail."_s);
-    row("sign-in with a malformed link", u"login"_s, true,
-        R"({"success":true,"login":{"loginUrl":"http://exa mple.com/%zz"}})", u"Sign-in | Login link issued."_s);
-    row("sign-in through the browser", u"login"_s, true,
-        R"({"success":true,"login":{"loginUrl":"https://login.example/a"}})",
+    const auto row = [](const char *name, const QString &command, const QByteArray &reply, const QString &notice) {
+        QTest::newRow(name) << command << reply << notice;
+    };
+    row("stop refused with a reason", u"stop"_s, R"({"error":"Busy."})", u"Disconnect failed | Busy."_s);
+    row("start refused", u"start"_s, R"({"success":false})", u"Connect failed | The daemon rejected the request."_s);
+    row("sign-in refused", u"login_via_link"_s, R"({"success":false})", u"Sign-in failed | Login failed."_s);
+    row("sign-in without a link", u"login_via_link"_s, R"({"success":true,"message":"Mail.","login":{}})",
+        u"Sign-in | Mail."_s);
+    row("sign-in with a malformed link", u"login_via_link"_s, R"({"success":true,"login":{"loginUrl":"http://a b/%"}})",
+        u"Sign-in | Login link issued."_s);
+    row("sign-in through the browser", u"login_via_link"_s, R"({"success":true,"login":{"loginUrl":"https://l.ex"}})",
         u"Sign-in | Complete the sign-in in your browser. Veltrane will pick up the session automatically."_s);
-    row("signed out with a message", u"logout"_s, true, R"({"success":true,"message":"Bye."})",
-        u"Signed out | Bye."_s);
-    row("signed out", u"logout"_s, true, R"({"success":true})", u"Signed out | Your session has been ended."_s);
-    row("sign-out refused", u"logout"_s, true, R"({"success":false})", u"Sign-out failed | Logout failed."_s);
-    row("no answer", u"logout"_s, true, "",
+    row("signed out with a message", u"logout"_s, R"({"success":true,"message":"Bye."})", u"Signed out | Bye."_s);
+    row("signed out", u"logout"_s, R"({"success":true})", u"Signed out | Your session has been ended."_s);
+    row("sign-out refused", u"logout"_s, R"({"success":false})", u"Sign-out failed | Logout failed."_s);
+    row("no answer", u"logout"_s, "",
         u"Veltrane | Unable to reach the daemon: The daemon returned an empty response."_s);
 }
 #endif

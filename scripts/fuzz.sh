@@ -25,7 +25,7 @@ for target in decode_response:corpus exchange:corpus-exchange; do
     cp "$root/Tests/Fuzz/$seeds"/* "$corpus"/
     echo "fuzz_$name:"
     status=0
-    "$build/Tests/Fuzz/fuzz_$name" "${limit[@]}" -max_len=65536 -timeout=30 -dict="$root/Tests/Fuzz/fuzz.dict" \
+    "$build/Tests/Fuzz/fuzz_$name" "${limit[@]}" -max_len=65536 -timeout=60 -dict="$root/Tests/Fuzz/fuzz.dict" \
         -artifact_prefix="$root/fuzz-artifacts/" -print_final_stats=1 "$corpus" >"$corpus.log" 2>&1 || status=$?
     grep -E '^(#[0-9]+\s+DONE|Done|stat::number_of_executed_units|==[0-9]+==|SUMMARY|INFO: Running|fuzz_)' "$corpus.log" || true
     if [ "$status" -ne 0 ]; then
