@@ -200,41 +200,38 @@ private Q_SLOTS:
         QCOMPARE(m_controller->window()->findChild<ElidedLabel *>(u"footerLabel"_s)->text(), u"Control plane: error"_s);
     }
 
-    // "Peers…" brings back a minimised window, in front and with the keyboard.
-    void restoresAMinimisedWindow()
+    // "Peers…" brings the window forward with the keyboard: a minimised one restored; one behind
+    // another window activated where it is with a desktop's token, and without one, or with the
+    // one KWin hands over when it refused, mapped anew.
+    void comesForward_data()
     {
-        QWidget *window = m_controller->window();
-        window->showMinimized();
-        QTRY_VERIFY(window->isMinimized());
-        m_controller->showWindow();
-        QTRY_VERIFY(!window->isMinimized());
-        QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
-    }
-
-    // Behind another window, "Peers…" brings it forward: a desktop's token activates it where it
-    // is; without one, or with the one KWin hands over when it refused, it is mapped anew.
-    void comesForwardFromBehind_data()
-    {
+        QTest::addColumn<bool>("minimised");
         QTest::addColumn<QString>("token");
-        QTest::addColumn<bool>("mappedAnew");
-        QTest::newRow("granted") << u"token-1"_s << false;
-        QTest::newRow("none") << QString() << true;
-        QTest::newRow("refused by KWin") << u"not-granted-666"_s << true;
+        QTest::addColumn<int>("visibilityChanges");
+        QTest::newRow("minimised") << true << QString() << 0;
+        QTest::newRow("behind, granted") << false << u"token-1"_s << 0;
+        QTest::newRow("behind, no token") << false << QString() << 2;
+        QTest::newRow("behind, refused by KWin") << false << u"not-granted-666"_s << 2;
     }
 
-    void comesForwardFromBehind()
+    void comesForward()
     {
+        QFETCH(bool, minimised);
         QFETCH(QString, token);
-        QFETCH(bool, mappedAnew);
+        QFETCH(int, visibilityChanges);
         QWidget *window = m_controller->window();
-        m_controller->showWindow();
         QWidget other;
-        other.show();
-        other.activateWindow();
-        QTRY_COMPARE(QGuiApplication::focusWindow(), other.windowHandle());
+        if (minimised) {
+            window->showMinimized();
+        } else {
+            other.show();
+            other.activateWindow();
+        }
+        QTRY_VERIFY(minimised ? window->isMinimized() : QGuiApplication::focusWindow() == other.windowHandle());
         QSignalSpy visibility(window->windowHandle(), &QWindow::visibleChanged);
         m_controller->showWindow(token);
-        QCOMPARE(visibility.count(), mappedAnew ? 2 : 0);
+        QCOMPARE(visibility.count(), visibilityChanges);
+        QTRY_VERIFY(!window->isMinimized());
         QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
     }
 
