@@ -15,9 +15,10 @@ if [ "$(id -u)" -ne 0 ]; then
     exec sudo --preserve-env=VELTRANE_DEBIAN13_ROOT "$0" "$@"
 fi
 
-command -v debootstrap >/dev/null || {
+if ! command -v debootstrap >/dev/null; then
+    apt-get update -qq
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends debootstrap
-}
+fi
 
 if [ ! -f "$stamp" ] || [ -n "$(find "$stamp" -mtime +7)" ]; then
     echo "Making the Debian 13 root in $chroot_dir (a few minutes)"
@@ -37,7 +38,8 @@ tar -C "$root" --exclude='./build*' --exclude=./fuzz-artifacts --exclude=./.cach
 
 # The mounts live in a namespace of their own and go with it. The root is a mount point itself, as
 # the tests' own private namespaces need.
-exec unshare --mount --propagation private -- bash -euo pipefail -c '
+status=0
+unshare --mount --propagation private -- bash -euo pipefail -c '
     dir=$1; shift
     mount --bind "$dir" "$dir"
     mount -t proc proc "$dir/proc"
@@ -46,4 +48,12 @@ exec unshare --mount --propagation private -- bash -euo pipefail -c '
     mount -t tmpfs tmpfs "$dir/tmp"
     exec chroot "$dir" /usr/bin/env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
         HOME=/root LANG=C.UTF-8 ${CI:+CI=$CI} bash -c "cd /src && exec \"\$@\"" inner "$@"
-' outer "$chroot_dir" "${inner[@]}"
+' outer "$chroot_dir" "${inner[@]}" || status=$?
+
+# A fuzz finding and its log come out beside this tree's own.
+if [ -n "$(ls -A "$chroot_dir/src/fuzz-artifacts" 2>/dev/null)" ]; then
+    mkdir -p "$root/fuzz-artifacts/debian13"
+    cp -a "$chroot_dir/src/fuzz-artifacts/." "$root/fuzz-artifacts/debian13/"
+    echo "Fuzz artifacts of the Debian 13 leg: fuzz-artifacts/debian13/"
+fi
+exit "$status"
