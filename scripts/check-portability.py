@@ -5,7 +5,8 @@ Usage: check-portability.py COMPILE_COMMANDS --shared FILE… --macos FILE…
 
 Every shared source is compiled as the build compiles it, but without QtDBus and with
 Tools/Portability/linux-only.h forced in first, so a Linux-only call of the C library, or D-Bus,
-is an error. Every macOS-only source is parsed by clang as the Mac would parse it: Objective-C++
+is an error; then again by clang against libc++, the compiler and standard library macOS builds
+with, warnings as errors. Every macOS-only source is parsed by clang as the Mac would parse it: Objective-C++
 against GNUstep's AppKit and Foundation, Qt's own headers with their Darwin-only declarations
 switched on, and the small stand-ins of Tools/Portability/macos-stand-ins for what neither
 provides. Warnings are errors there, so an undeclared selector fails as it would under ARC.
@@ -45,6 +46,12 @@ def shared_command(entry):
         elif word not in ("-c", "-MD", "-MMD", entry["file"]):
             kept.append(word)
     return kept + ["-fsyntax-only", "-include", os.path.join(PORTABILITY, "linux-only.h"), entry["file"]]
+
+
+def libcxx_command(entry):
+    """The file checked as macOS's toolchain compiles shared code: clang and libc++."""
+    return ["clang++", "-std=c++20", "-stdlib=libc++", "-fsyntax-only", "-Werror", "-Wall", "-Wextra", "-Wpedantic",
+            "-include", os.path.join(PORTABILITY, "linux-only.h"), *search_flags(entry), entry["file"]]
 
 
 def search_flags(entry):
@@ -89,6 +96,7 @@ def main():
         if entry is None:
             sys.exit(f"{path}: not in the build's compile commands")
         commands[path] = (shared_command(entry), entry["directory"])
+        commands[path + " (clang, libc++)"] = (libcxx_command(entry), entry["directory"])
     # The app's entry is built with every include directory of the core and the UI.
     entry_point = next(e for p, e in entries.items() if p.endswith(os.path.join("VeltraneTray", "main.cpp")))
     flags, objc_flags = search_flags(entry_point), objective_cxx_flags()

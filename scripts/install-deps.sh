@@ -6,7 +6,7 @@ packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
     libsimdjson-dev libbenchmark-dev
-    clang libclang-rt-dev
+    clang libclang-rt-dev libc++-dev libc++abi-dev
     gnustep-make libgnustep-gui-dev libblocksruntime-dev
     dbus dbus-bin xvfb xauth x11-utils fonts-dejavu-core
     xfce4-panel xfwm4 xfconf xdotool imagemagick weston qt6-wayland
