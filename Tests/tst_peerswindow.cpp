@@ -333,6 +333,12 @@ private Q_SLOTS:
         QVERIFY(m_controller->window()->isVisible());
         QTest::keyClick(m_search, Qt::Key_Escape);
         QVERIFY(!m_controller->window()->isVisible());
+        // The platform's close-window keys close it whatever the search holds.
+        m_controller->showWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_controller->window()));
+        m_search->setText(u"alp"_s);
+        QTest::keySequence(m_search, QKeySequence::Close);
+        QVERIFY(!m_controller->window()->isVisible());
     }
 
     // A field left alone stops drawing its caret's blink; a key or a click starts it again.

@@ -130,6 +130,9 @@ void PeersWindowController::buildContent()
     connect(m_tableView, &PeerTableView::copyRequested, this, &PeersWindowController::onCopyDns);
     m_rowMenu = buildRowMenu();
     connect(new QShortcut(Qt::Key_Escape, m_window.get()), &QShortcut::activated, this, &PeersWindowController::onEscape);
+    // The platform's close-window keys (⌘W on a Mac, where an accessory app has no menu bar to
+    // offer them, Ctrl+W elsewhere) close it at once, search or not.
+    connect(new QShortcut(QKeySequence::Close, m_window.get()), &QShortcut::activated, m_window.get(), &QWidget::close);
     connect(m_tableView, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex &index) {
         m_clickedDevice = m_model.device(index.row());
         onCopyDns();
