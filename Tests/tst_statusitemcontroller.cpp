@@ -15,6 +15,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
+#include <QWidgetAction>
 
 using namespace Qt::StringLiterals;
 using namespace Veltrane;
@@ -46,6 +47,14 @@ class UnseenStatusItem : public RecordingStatusItem
 public:
     using RecordingStatusItem::RecordingStatusItem;
     void onShownChanged(std::function<void(bool)> changed) override { changed(false); }
+};
+
+// A menu bar's item, whose native menu shows the rows' own widgets.
+class WidgetRowsStatusItem : public RecordingStatusItem
+{
+public:
+    using RecordingStatusItem::RecordingStatusItem;
+    bool showsWidgetRows() const override { return true; }
 };
 
 // The notification service, reduced to the notices it was handed: "title | body".
@@ -221,6 +230,20 @@ private Q_SLOTS:
         const auto tray = controller(DaemonClient(m_path + u".missing"_s));
         tray->onToggleConnect();
         QCOMPARE(m_center->notices, QStringList{u"Veltrane | The Veltrane daemon is not running."_s});
+    }
+
+    // A native menu shows no tooltip of a row's widget: the device row itself carries its whole text.
+    void widgetRowsCarryTheirWholeText()
+    {
+        m_server->setFault(Simulator::Fault::Scripted, u"get_status"_s);
+        m_server->setScriptedReply(R"({"success":true,"status":{"membershipState":"membership_active",)"
+                                   R"("selfFqdn":"a-very-long-name.example.net","assignedIp":"100.64.0.7"}})"
+                                   "\n");
+        StatusItemController tray(std::make_unique<WidgetRowsStatusItem>(&m_toolTip, &m_menu), DaemonClient(m_path),
+                                  [](const QUrl &) {}, noTicks);
+        const auto row = [this] { return qobject_cast<QWidgetAction *>(m_menu->actions().value(3)); };
+        QVERIFY(row());
+        QTRY_COMPARE(row()->toolTip(), u"a-very-long-name.example.net\n100.64.0.7"_s);
     }
 
     // "Quit Veltrane" chosen in an open menu waits for the panel to say the menu closed, so the

@@ -170,6 +170,8 @@ void MenuDeviceView::setDevice(const QString &fqdn, const QString &ip, const QSt
     m_detailLabel->setText(text.detail);
     m_nameLabel->setToolTip(text.nameToolTip);
     m_detailLabel->setToolTip(text.detailToolTip);
+    // Both lines whole, for a native menu that shows the row's tooltip but not its labels'.
+    setToolTip(text.name + u'\n' + text.detail);
 
     // A menu drawn from the text form sizes itself and has no tooltips: the rows carry the whole
     // texts, shortened only beyond a sensible menu width.

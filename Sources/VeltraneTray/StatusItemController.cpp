@@ -179,6 +179,9 @@ void StatusItemController::applyState(const std::optional<DaemonStatusSnapshot> 
         const std::optional<QString> &owner = snapshot->isTagged == true ? snapshot->ownerTag : snapshot->userEmail;
         m_deviceView->setDevice(snapshot->selfFqdn.value_or(QString()), snapshot->assignedIp.value_or(QString()),
                                 owner.value_or(QString()));
+        // A native menu tracks no mouse over a row's widget, so the row itself carries the tooltip.
+        if (auto *widgetRow = qobject_cast<QWidgetAction *>(m_deviceItem.constFirst()))
+            widgetRow->setToolTip(m_deviceView->toolTip());
     }
     m_peersItem->setVisible(connected);
     m_loginItem->setVisible(state == TrayState::LoggedOut);
