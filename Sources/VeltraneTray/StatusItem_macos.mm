@@ -1,7 +1,9 @@
 #include "StatusItem.h"
 
 #include <QBuffer>
+#include <QColorSpace>
 #include <QIcon>
+#include <QImage>
 #include <QMenu>
 #include <QPixmap>
 
@@ -20,10 +22,14 @@ NSImage *menuBarImage(const QIcon &icon)
     const NSSize size = NSMakeSize(iconPoints, iconPoints);
     NSImage *image = [[NSImage alloc] initWithSize:size];
     for (const qreal scale : {1.0, 2.0}) {
+        // Tagged sRGB, the space the state colours are given in: untagged, AppKit would take them
+        // as the screen's own, and the dot would shift on a wide-gamut display.
+        QImage drawn = icon.pixmap(QSize(iconPoints, iconPoints), scale).toImage();
+        drawn.setColorSpace(QColorSpace::SRgb);
         QByteArray png;
         QBuffer buffer(&png);
         buffer.open(QIODevice::WriteOnly);
-        icon.pixmap(QSize(iconPoints, iconPoints), scale).save(&buffer, "PNG");
+        drawn.save(&buffer, "PNG");
         NSBitmapImageRep *drawing = [NSBitmapImageRep imageRepWithData:png.toNSData()];
         [drawing setSize:size];
         [image addRepresentation:drawing];
