@@ -10,9 +10,13 @@ namespace Veltrane {
 /// own until the user opens one, and how such a window comes to the front.
 namespace ApplicationShell {
 
-/// Makes the running application a menu-bar-only one: on macOS no Dock icon, no menu bar, and no
-/// activation when launching finishes. Call once the application object exists, before its event
-/// loop runs.
+/// Readies the process before the application object exists, for what Qt reads while it is made:
+/// on macOS no activation when launching finishes (a bare executable would flash a Dock icon);
+/// on Linux the log without Qt's Wayland text-input noise.
+void prepareProcess();
+
+/// Makes the running application a menu-bar-only one: on macOS no Dock icon and no menu bar. Call
+/// once the application object exists, before its event loop runs.
 void prepare();
 
 /// Shows `window`, restored if minimised, in front and with the keyboard. `activationToken` is

@@ -7,11 +7,13 @@ using namespace Qt::StringLiterals;
 
 namespace Veltrane::ApplicationShell {
 
-// A Linux desktop shows an app in its task bar only by its windows: nothing to change there. Qt's
-// Wayland text input (6.8) warns whenever a window closes with the keyboard in it, of a leave
+// Qt's Wayland text input (6.8) warns whenever a window closes with the keyboard in it, of a leave
 // event for a surface already gone: noise in the user's log, and nothing the app can act on.
 // QT_LOGGING_RULES still turns it on.
-void prepare() { QLoggingCategory::setFilterRules(u"qt.qpa.wayland.textinput.warning=false"_s); }
+void prepareProcess() { QLoggingCategory::setFilterRules(u"qt.qpa.wayland.textinput.warning=false"_s); }
+
+// A Linux desktop shows an app in its task bar only by its windows: nothing to change.
+void prepare() {}
 
 void bringToFront(QWidget *window, const QString &givenToken)
 {

@@ -60,7 +60,12 @@ public:
         m_item.button.image = menuBarImage(icon);
     }
 
-    void setToolTip(const QString &toolTip) override { m_item.button.toolTip = toolTip.toNSString(); }
+    // VoiceOver reads the button by its label, as a pointer reads the tooltip: the app and its state.
+    void setToolTip(const QString &toolTip) override
+    {
+        m_item.button.toolTip = toolTip.toNSString();
+        m_item.button.accessibilityLabel = toolTip.toNSString();
+    }
 
     bool showsWidgetRows() const override { return true; }
 

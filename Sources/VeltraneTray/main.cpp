@@ -15,6 +15,7 @@ using namespace Veltrane;
 
 int main(int argc, char *argv[])
 {
+    ApplicationShell::prepareProcess();
     QApplication application(argc, argv);
     QApplication::setApplicationName(u"veltrane-tray"_s);
     QApplication::setQuitOnLastWindowClosed(false); // closing the peers window must not quit

@@ -18,6 +18,14 @@
 @end
 
 // https://developer.apple.com/documentation/appkit/nsapplication/setactivationpolicy(_:)
+// https://developer.apple.com/documentation/appkit/nsapplication/activate() (macOS 14)
 @interface NSApplication (StandIn)
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
+- (void)activate;
+@end
+
+// https://developer.apple.com/documentation/appkit/nsaccessibilityprotocol/accessibilitylabel
+// (NSView adopts the NSAccessibility protocol)
+@interface NSView (StandIn)
+@property(copy) NSString *accessibilityLabel;
 @end
