@@ -2,6 +2,20 @@
 
 #import <UserNotifications/UserNotifications.h>
 
+// The notification centre holds back a notice while its app is active (the peers window in front,
+// say) unless the app's delegate asks for it: every notice of this app is shown as it comes.
+@interface VeltraneNoticePresenter : NSObject <UNUserNotificationCenterDelegate>
+@end
+
+@implementation VeltraneNoticePresenter
+- (void)userNotificationCenter:(UNUserNotificationCenter *)center
+       willPresentNotification:(UNNotification *)notification
+         withCompletionHandler:(void (^)(UNNotificationPresentationOptions options))completionHandler
+{
+    completionHandler(UNNotificationPresentationOptionBanner | UNNotificationPresentationOptionList);
+}
+@end
+
 namespace Veltrane {
 
 namespace {
@@ -11,6 +25,10 @@ namespace {
 class UserNotificationCenter final : public NotificationCenter
 {
 public:
+    // The centre holds its delegate weakly; this object keeps it for the run.
+    UserNotificationCenter() { UNUserNotificationCenter.currentNotificationCenter.delegate = m_presenter; }
+    ~UserNotificationCenter() override { UNUserNotificationCenter.currentNotificationCenter.delegate = nil; }
+
     void requestAuthorization() override
     {
         // Neither the answer nor an error changes anything: notices are added either way.
@@ -40,6 +58,9 @@ public:
                  }];
         }
     }
+
+private:
+    VeltraneNoticePresenter *m_presenter = [[VeltraneNoticePresenter alloc] init];
 };
 
 } // namespace

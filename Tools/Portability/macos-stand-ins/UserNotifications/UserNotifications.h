@@ -36,9 +36,34 @@ enum : NSUInteger {
                               trigger:(UNNotificationTrigger *)trigger;
 @end
 
+// https://developer.apple.com/documentation/usernotifications/unnotificationpresentationoptions
+typedef NSUInteger UNNotificationPresentationOptions;
+enum : NSUInteger {
+    UNNotificationPresentationOptionBadge = 1 << 0,
+    UNNotificationPresentationOptionSound = 1 << 1,
+    UNNotificationPresentationOptionList = 1 << 3,
+    UNNotificationPresentationOptionBanner = 1 << 4,
+};
+
+// https://developer.apple.com/documentation/usernotifications/unnotification
+@interface UNNotification : NSObject
+@property(readonly, copy) UNNotificationRequest *request;
+@end
+
+@class UNUserNotificationCenter;
+
+// https://developer.apple.com/documentation/usernotifications/unusernotificationcenterdelegate
+@protocol UNUserNotificationCenterDelegate <NSObject>
+@optional
+- (void)userNotificationCenter:(UNUserNotificationCenter *)center
+       willPresentNotification:(UNNotification *)notification
+         withCompletionHandler:(void (^)(UNNotificationPresentationOptions options))completionHandler;
+@end
+
 // https://developer.apple.com/documentation/usernotifications/unusernotificationcenter
 @interface UNUserNotificationCenter : NSObject
 @property(class, readonly) UNUserNotificationCenter *currentNotificationCenter;
+@property(weak) id<UNUserNotificationCenterDelegate> delegate;
 - (void)requestAuthorizationWithOptions:(UNAuthorizationOptions)options
                       completionHandler:(void (^)(BOOL granted, NSError *error))completionHandler;
 - (void)addNotificationRequest:(UNNotificationRequest *)request
