@@ -6,6 +6,7 @@ import glob
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -120,7 +121,9 @@ try:
             libraries = maps.read()
         check("libqwayland" in libraries and "libqxcb" not in libraries, "through Qt's Wayland plugin, not X11's")
         app.click("Peers\u2026")
-        check(app.quit() == 0, "and quits")
+        time.sleep(1)
+        app.process.send_signal(signal.SIGTERM)  # as a session that ends asks
+        check(app.process.wait(timeout=20) == 0, "asked to terminate, it ends with status 0")
 finally:
     compositor.terminate()
     compositor.wait()

@@ -6,6 +6,7 @@
 #include "IconFactory.h"
 #include "NotificationCenter.h"
 #include "Notify.h"
+#include "TerminationSignals.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -32,6 +33,9 @@ int main(int argc, char *argv[])
     AppDelegate delegate(identity, atLogin ? AppDelegate::Launch::AtLogin : AppDelegate::Launch::ByUser);
     QObject::connect(&delegate, &AppDelegate::terminateRequested, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection);
+    // Asked to terminate (the session ends, `kill`), the app ends as through its menu.
+    TerminationSignals termination;
+    QObject::connect(&termination, &TerminationSignals::received, &application, &QCoreApplication::quit);
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
     const int status = QApplication::exec();
     Notify::install(std::nullopt, nullptr); // the service's bus goes with the application
