@@ -11,17 +11,68 @@ against GNUstep's AppKit and Foundation, Qt's own headers with their Darwin-only
 switched on, and the small stand-ins of Tools/Portability/macos-stand-ins for what neither
 provides. Warnings are errors there, so an undeclared selector fails as it would under ARC.
 Nothing is linked or run: a Mac has to do that.
+
+First it checks the layers, from the includes of every file in Sources/VeltraneTray: Core includes
+no widget header and nothing of UI or App; a shared file includes no platform folder's header; a
+platform folder (Linux/, macOS/) includes no other platform's.
 """
 import argparse
 import concurrent.futures
 import json
 import os
+import re
 import shlex
 import subprocess
 import sys
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PORTABILITY = os.path.join(ROOT, "Tools", "Portability")
+APP = os.path.join(ROOT, "Sources", "VeltraneTray")
+PLATFORMS = ("Linux", "macOS")
+INCLUDE = re.compile(r'^\s*#\s*(?:include|import)\s*([<"])([^>"]+)[>"]', re.M)
+
+
+def layering_findings(widget_headers):
+    """Includes that cross the layers' lines, one sentence each."""
+    def placed(path):  # (layer, platform or None) of a file under the app's folder
+        parts = os.path.relpath(path, APP).split(os.sep)
+        return parts[0], parts[1] if len(parts) > 2 and parts[1] in PLATFORMS else None
+
+    files = [os.path.join(folder, name) for folder, _, names in os.walk(APP) for name in names
+             if name.endswith((".h", ".cpp", ".mm"))]
+    headers = {}
+    for path in files:
+        if path.endswith(".h"):
+            headers.setdefault(os.path.basename(path), []).append(path)
+    findings = []
+    for path in files:
+        layer, platform = placed(path)
+        name = os.path.relpath(path, ROOT)
+        for bracket, included in INCLUDE.findall(open(path, encoding="utf-8").read()):
+            if bracket == "<":
+                if layer == "Core" and included.split("/")[-1] in widget_headers:
+                    findings.append(f"{name}: the core includes the widget header <{included}>")
+                continue
+            for header in headers.get(os.path.basename(included), []):
+                their_layer, their_platform = placed(header)
+                where = os.path.relpath(header, ROOT)
+                if layer == "Core" and their_layer != "Core":
+                    findings.append(f"{name}: the core includes {where}")
+                if their_platform and platform is None:
+                    findings.append(f"{name}: shared code includes {where}, a platform's")
+                if their_platform and platform and their_platform != platform:
+                    findings.append(f"{name}: {platform} code includes {where}, {their_platform}'s")
+    return findings
+
+
+def widget_headers(entries):
+    """The names QtWidgets' headers go by, from the include directory the build uses for it."""
+    for entry in entries:
+        for word in shlex.split(entry["command"]):
+            folder = word[2:] if word.startswith("-I") else word
+            if folder.rstrip("/").endswith("/QtWidgets") and os.path.isdir(folder):
+                return set(os.listdir(folder)) | {"QtWidgets"}
+    sys.exit("QtWidgets' include directory is not in the build's compile commands")
 
 
 def without_dbus(words):
@@ -79,7 +130,9 @@ def objective_cxx_flags():
 def macos_command(path, flags, objc_flags):
     darwin = ["clang++", "-std=c++20", "-fsyntax-only", "-Werror", "-Wno-macro-redefined",
               "-DQ_OS_DARWIN", "-DQ_OS_MACOS", "-I" + os.path.join(PORTABILITY, "macos-stand-ins")]
-    return darwin + (objc_flags if path.endswith(".mm") else []) + flags + [path]
+    # The app's platform folders as a Mac build has them: macOS's, not Linux's.
+    mac_flags = [re.sub(r"/Linux$", "/macOS", word) if word.startswith(("-I", APP)) else word for word in flags]
+    return darwin + (objc_flags if path.endswith(".mm") else []) + mac_flags + [path]
 
 
 def main():
@@ -88,7 +141,13 @@ def main():
     arguments.add_argument("--shared", nargs="+", required=True)
     arguments.add_argument("--macos", nargs="+", required=True)
     options = arguments.parse_args()
-    entries = {os.path.realpath(e["file"]): e for e in json.load(open(options.compile_commands))}
+    compile_commands = json.load(open(options.compile_commands))
+    entries = {os.path.realpath(e["file"]): e for e in compile_commands}
+
+    crossings = layering_findings(widget_headers(compile_commands))
+    print(("FAIL " if crossings else "ok   ") + "the layers' includes", flush=True)
+    for crossing in crossings:
+        print("     " + crossing, flush=True)
 
     commands = {}
     for path in options.shared:
@@ -98,7 +157,7 @@ def main():
         commands[path] = (shared_command(entry), entry["directory"])
         commands[path + " (clang, libc++)"] = (libcxx_command(entry), entry["directory"])
     # The app's entry is built with every include directory of the core and the UI.
-    entry_point = next(e for p, e in entries.items() if p.endswith(os.path.join("VeltraneTray", "main.cpp")))
+    entry_point = next(e for p, e in entries.items() if p.endswith(os.path.join("VeltraneTray", "App", "main.cpp")))
     flags, objc_flags = search_flags(entry_point), objective_cxx_flags()
     for path in map(os.path.abspath, options.macos):
         commands[path] = (macos_command(path, flags, objc_flags), entry_point["directory"])
@@ -116,7 +175,8 @@ def main():
             if status != 0:
                 failed += 1
                 print(errors, flush=True)
-    print(f"{len(commands) - failed} passed, {failed} failed")
+    failed += bool(crossings)
+    print(f"{len(commands) + 1 - failed} passed, {failed} failed")
     return 1 if failed else 0
 
 

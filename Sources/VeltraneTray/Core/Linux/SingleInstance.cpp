@@ -108,4 +108,4 @@ void claim(const QString &identity, QObject *context, std::function<void(bool ou
 
 } // namespace Veltrane::SingleInstance
 
-#include "SingleInstance_linux.moc"
+#include "SingleInstance.moc"
