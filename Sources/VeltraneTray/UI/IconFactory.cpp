@@ -158,8 +158,8 @@ QStringList logoCandidates()
                           ApplicationBundle::bundleDirectory(executableDirectory), sourceRoot());
 }
 
-// This file is Sources/VeltraneTray/IconFactory.cpp inside the tree: three components up.
-QString sourceRoot() { return QDir::cleanPath(QString::fromUtf8(__FILE__) + u"/../../.."_s); }
+// This file is Sources/VeltraneTray/UI/IconFactory.cpp inside the tree: four components up.
+QString sourceRoot() { return QDir::cleanPath(QString::fromUtf8(__FILE__) + u"/../../../.."_s); }
 
 Logo loadLogo(const QStringList &candidates)
 {
